@@ -1,0 +1,285 @@
+// Message queues: one ring for each priority in one record, private or in shared memory, under a lock that survives the
+// death of its holder.
+//
+// An operation takes effect with a single store (a ring's tail or head), so whatever its process dies at, the record
+// holds the state before or after it, and the next holder has nothing to mend. What another process may have scribbled
+// is checked before it is used as an index; shape and sizes come from this process's own table.
+#include "platform/pal.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <pthread.h>
+#include <sched.h>
+
+#include "platform/pal_shared.h"
+#include "platform/pal_wait.h"
+
+namespace {
+
+constexpr uint32_t MAX_QUEUES = 32;
+constexpr uint32_t MAX_DEPTH = 65536;
+constexpr uint32_t MAX_MESSAGE = 256;
+constexpr int LOCK_YIELDS = 50;
+constexpr int LOCK_NAPS = 200;
+
+constexpr uint32_t RECORD_MAGIC = 0x31525551; // "QUR1"
+constexpr int32_t EMPTY = 0;
+constexpr int32_t UNUSABLE = -1;
+
+// Slots head to tail - 1 hold messages; a ring has one slot more than the queue's depth, so that full is not empty.
+struct ring {
+  std::atomic<uint32_t> head; // stored last by a receiver
+  std::atomic<uint32_t> tail; // stored last by a sender
+};
+
+struct queue_record {
+  std::atomic<uint32_t> magic; // written last
+  uint32_t depth;
+  uint32_t message_size;
+  std::atomic<uint32_t> asleep; // 1: a receiver may be asleep on this word
+  ring rings[PAL_MSGQ_PRIORITIES];
+  pthread_mutex_t lock; // guards all but `magic`
+};
+
+struct shape {
+  uint32_t key;
+  uint32_t depth;
+  uint32_t message_size;
+  bool operator==(const shape&) const = default;
+};
+
+// A queue of this process. Its record is kept when the queue is closed and used again for the same shape, so that a
+// late sender cannot fault.
+struct queue {
+  queue_record* record; // null: the entry was never used
+  shape is;
+  std::atomic<bool> open;
+};
+
+// Opened and closed under the lock, used without it. Any thread.
+queue g_queues[MAX_QUEUES];
+std::mutex g_queues_lock;
+
+queue* find_queue(pal_msgQ_id id) {
+  if (id < 1 || static_cast<uint32_t>(id) > MAX_QUEUES) return nullptr;
+  queue& found = g_queues[id - 1];
+  return found.open.load(std::memory_order_acquire) ? &found : nullptr;
+}
+
+// ---- the record
+
+uint32_t slots_of(const shape& is) { return is.depth + 1; }
+
+uint32_t record_size(const shape& is) {
+  return static_cast<uint32_t>(sizeof(queue_record)) + PAL_MSGQ_PRIORITIES * slots_of(is) * is.message_size;
+}
+
+bool init_lock(pthread_mutex_t& lock) {
+  pthread_mutexattr_t attr;
+  if (pthread_mutexattr_init(&attr) != 0) return false;
+  const bool done = pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED) == 0 &&
+                    pthread_mutexattr_setrobust(&attr, PTHREAD_MUTEX_ROBUST) == 0 &&
+                    pthread_mutex_init(&lock, &attr) == 0;
+  pthread_mutexattr_destroy(&attr);
+  return done;
+}
+
+bool init_record(void* memory, const void* arg) {
+  auto* record = static_cast<queue_record*>(memory);
+  const shape& is = *static_cast<const shape*>(arg);
+  if (record->magic.load(std::memory_order_acquire) != 0) return true;
+  new (record) queue_record{};
+  record->depth = is.depth;
+  record->message_size = is.message_size;
+  if (!init_lock(record->lock)) return false;
+  record->magic.store(RECORD_MAGIC, std::memory_order_release);
+  return true;
+}
+
+bool is_of_shape(const queue_record& record, const shape& is) {
+  return record.magic.load(std::memory_order_acquire) == RECORD_MAGIC && record.depth == is.depth &&
+         record.message_size == is.message_size;
+}
+
+queue_record* private_record(const shape& is) {
+  void* memory = std::calloc(1, record_size(is));
+  if (memory == nullptr || init_record(memory, &is)) return static_cast<queue_record*>(memory);
+  std::free(memory);
+  return nullptr;
+}
+
+queue_record* shared_record(const shape& is) {
+  char suffix[16] = "";
+  std::snprintf(suffix, sizeof(suffix), "q.%u", static_cast<unsigned>(is.key));
+  auto* record = static_cast<queue_record*>(pal_shared_attach(suffix, record_size(is), init_record, &is));
+  return record != nullptr && is_of_shape(*record, is) ? record : nullptr;
+}
+
+// The lock is held for some ten nanoseconds, so the next try mostly finds it free. Its holder may have been interrupted
+// or even stopped, though: then this sleeps between tries, and gives up after some 50 ms.
+bool lock_record(queue_record& record) {
+  constexpr timespec NAP = {0, 200000};
+  int ret = pthread_mutex_trylock(&record.lock);
+  for (int tries = 0; ret == EBUSY && tries < LOCK_YIELDS + LOCK_NAPS; ++tries) {
+    if (tries < LOCK_YIELDS) {
+      sched_yield();
+    } else {
+      nanosleep(&NAP, nullptr);
+    }
+    ret = pthread_mutex_trylock(&record.lock);
+  }
+  if (ret == EOWNERDEAD) ret = pthread_mutex_consistent(&record.lock);
+  return ret == 0;
+}
+
+// ---- its rings, under the lock
+
+struct span {
+  uint32_t head;
+  uint32_t tail;
+};
+
+span read_ring(ring& of, uint32_t slots) {
+  const span found = {of.head.load(std::memory_order_relaxed), of.tail.load(std::memory_order_relaxed)};
+  if (found.head < slots && found.tail < slots) return found;
+  of.head.store(0, std::memory_order_relaxed); // scribbled upon: what it held is lost
+  of.tail.store(0, std::memory_order_relaxed);
+  return {0, 0};
+}
+
+uint32_t count_messages(queue_record& record, uint32_t slots) {
+  uint32_t count = 0;
+  for (ring& each : record.rings) {
+    const span used = read_ring(each, slots);
+    count += used.tail >= used.head ? used.tail - used.head : slots + used.tail - used.head;
+  }
+  return count;
+}
+
+uint8_t* slot_at(const queue& of, uint32_t priority, uint32_t index) {
+  auto* slots = reinterpret_cast<uint8_t*>(of.record + 1);
+  return slots + (static_cast<size_t>(priority) * slots_of(of.is) + index) * of.is.message_size;
+}
+
+uint32_t next_slot(uint32_t index, uint32_t slots) { return index + 1 == slots ? 0 : index + 1; }
+
+// The receiver is woken before the message counts, and its mark goes after the wake: a sender that dies on the way has
+// either sent nothing or has woken it. Woken early, the receiver waits for the lock.
+void wake_receiver(queue_record& record) {
+  if (record.asleep.load(std::memory_order_relaxed) == 0) return;
+  pal_word_wake_all(record.asleep);
+  record.asleep.store(0, std::memory_order_relaxed);
+}
+
+bool put_message(const queue& to, const void* message, uint32_t priority) {
+  const uint32_t slots = slots_of(to.is);
+  const uint32_t room = priority == PAL_MSGQ_FIRST ? to.is.depth : to.is.depth - PAL_MSGQ_RESERVED;
+  if (count_messages(*to.record, slots) >= room) return false;
+  ring& into = to.record->rings[priority];
+  const uint32_t tail = read_ring(into, slots).tail;
+  std::memcpy(slot_at(to, priority, tail), message, to.is.message_size);
+  wake_receiver(*to.record);
+  into.tail.store(next_slot(tail, slots), std::memory_order_release);
+  return true;
+}
+
+bool get_message(const queue& from, void* message) {
+  const uint32_t slots = slots_of(from.is);
+  for (uint32_t priority = 0; priority < PAL_MSGQ_PRIORITIES; ++priority) {
+    ring& out_of = from.record->rings[priority];
+    const span used = read_ring(out_of, slots);
+    if (used.head == used.tail) continue;
+    std::memcpy(message, slot_at(from, priority, used.head), from.is.message_size);
+    out_of.head.store(next_slot(used.head, slots), std::memory_order_release);
+    return true;
+  }
+  return false;
+}
+
+// Octets received, EMPTY or UNUSABLE. Found empty, the queue is marked for a caller that is going to sleep.
+int32_t receive_one(const queue& from, void* message, int32_t wait) {
+  queue_record& record = *from.record;
+  if (!lock_record(record)) return UNUSABLE;
+  const bool got = get_message(from, message);
+  if (!got && wait != 0) record.asleep.store(1, std::memory_order_relaxed);
+  pthread_mutex_unlock(&record.lock);
+  return got ? static_cast<int32_t>(from.is.message_size) : EMPTY;
+}
+
+// A closed entry of the shape, else one never used; null when there is none.
+queue* pick_entry(const shape& is) {
+  queue* unused = nullptr;
+  for (queue& each : g_queues) {
+    if (each.record == nullptr) {
+      if (unused == nullptr) unused = &each;
+    } else if (!each.open.load(std::memory_order_relaxed) && each.is == is) {
+      return &each;
+    }
+  }
+  return unused;
+}
+
+void empty_queue(queue& of) {
+  if (!lock_record(*of.record)) return;
+  for (ring& each : of.record->rings) each.head.store(each.tail.load(std::memory_order_relaxed));
+  pthread_mutex_unlock(&of.record->lock);
+}
+
+} // namespace
+
+int32_t pal_msgQ_create_ex(pal_msgQ_id* id, uint32_t key, uint32_t depth, uint32_t size, uint32_t) {
+  if (id == nullptr || depth <= PAL_MSGQ_RESERVED || depth > MAX_DEPTH || size == 0 || size > MAX_MESSAGE) return -1;
+  const shape is = {key, depth, size};
+  const std::lock_guard<std::mutex> guard(g_queues_lock);
+  if (queue* live = find_queue(*id)) {
+    if (live->is == is) return 0;
+    live->open.store(false, std::memory_order_relaxed);
+  }
+  *id = 0;
+  queue* entry = pick_entry(is);
+  if (entry == nullptr) return -1;
+  if (entry->record == nullptr) {
+    entry->record = key == 0 ? private_record(is) : shared_record(is);
+    entry->is = is;
+  } else if (key == 0) {
+    empty_queue(*entry);
+  }
+  if (entry->record == nullptr) return -1;
+  entry->open.store(true, std::memory_order_release);
+  *id = static_cast<pal_msgQ_id>(entry - g_queues) + 1;
+  return 0;
+}
+
+int32_t pal_msgQ_send_priority(pal_msgQ_id id, const void* message, uint32_t len, uint32_t priority) {
+  const queue* to = find_queue(id);
+  if (to == nullptr || message == nullptr || len != to->is.message_size || priority >= PAL_MSGQ_PRIORITIES) return -1;
+  if (!lock_record(*to->record)) return -1;
+  const bool sent = put_message(*to, message, priority);
+  pthread_mutex_unlock(&to->record->lock);
+  return sent ? 0 : -1;
+}
+
+int32_t pal_msgQ_receive_wait_priority(pal_msgQ_id id, void* buffer, uint32_t size, int32_t wait, int32_t) {
+  const queue* from = find_queue(id);
+  const bool usable = from != nullptr && buffer != nullptr && size >= from->is.message_size;
+  int32_t got = usable ? receive_one(*from, buffer, wait) : UNUSABLE;
+  if (got > 0) return got;
+  const pal_deadline deadline = pal_deadline_after(wait);
+  while (got == EMPTY && wait != 0 && pal_word_wait(from->record->asleep, 1, deadline)) {
+    got = receive_one(*from, buffer, wait);
+  }
+  if (got > 0) return got;
+  if (got == UNUSABLE) pal_sleep_until(deadline); // the time passes here too, so that no caller's loop spins
+  return -1;
+}
+
+void pal_msgQ_close(pal_msgQ_id* id) {
+  if (id == nullptr) return;
+  const std::lock_guard<std::mutex> guard(g_queues_lock);
+  if (queue* live = find_queue(*id)) live->open.store(false, std::memory_order_relaxed);
+  *id = 0;
+}

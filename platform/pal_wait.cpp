@@ -1,0 +1,59 @@
+// Ticks, deadlines and sleeping: the monotonic clock and the kernel's wait-on-a-word call.
+#include "platform/pal_wait.h"
+
+#include <cerrno>
+#include <climits>
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "platform/pal.h"
+#include "platform/pal_settings.h"
+
+namespace {
+
+constexpr int64_t US_PER_S = 1000000;
+constexpr int64_t NS_PER_US = 1000;
+
+// 32-bit targets have a second call for the 64-bit time of newer C libraries.
+#ifdef SYS_futex_time64
+constexpr long FUTEX_CALL = sizeof(time_t) > sizeof(long) ? SYS_futex_time64 : SYS_futex;
+#else
+constexpr long FUTEX_CALL = SYS_futex;
+#endif
+static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t) && std::atomic<uint32_t>::is_always_lock_free);
+
+int64_t monotonic_us() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<int64_t>(now.tv_sec) * US_PER_S + now.tv_nsec / NS_PER_US;
+}
+
+} // namespace
+
+uint32_t pal_tickget() { return static_cast<uint32_t>(monotonic_us() / pal_tick_us()); }
+
+pal_deadline pal_deadline_after(int32_t ticks) {
+  if (ticks < 0) return {{}, true};
+  const int64_t at = monotonic_us() + static_cast<int64_t>(ticks) * pal_tick_us();
+  pal_deadline deadline = {};
+  deadline.at.tv_sec = static_cast<time_t>(at / US_PER_S);
+  deadline.at.tv_nsec = static_cast<long>(at % US_PER_S * NS_PER_US);
+  return deadline;
+}
+
+bool pal_word_wait(std::atomic<uint32_t>& word, uint32_t expected, const pal_deadline& deadline) {
+  const timespec* until = deadline.never ? nullptr : &deadline.at;
+  const long ret = syscall(FUTEX_CALL, &word, FUTEX_WAIT_BITSET, expected, until, nullptr, FUTEX_BITSET_MATCH_ANY);
+  return ret == 0 || errno == EAGAIN || errno == EINTR; // any other failure would fail again: it counts as time over
+}
+
+void pal_word_wake_all(std::atomic<uint32_t>& word) {
+  syscall(FUTEX_CALL, &word, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+}
+
+void pal_sleep_until(const pal_deadline& deadline) {
+  if (deadline.never) return;
+  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline.at, nullptr) == EINTR) {
+  }
+}

@@ -1,0 +1,256 @@
+// Message queues: order, the reserve, waking, and what other processes may do to a shared one.
+#include "platform/pal.h"
+
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <random>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "process_helper.h"
+
+namespace {
+
+constexpr uint32_t DEPTH = 2048;
+constexpr uint32_t SIZE = 9;
+
+pal_msgQ_id open_queue(uint32_t key) {
+  pal_msgQ_id id = 0;
+  EXPECT_EQ(pal_msgQ_create_ex(&id, key, DEPTH, SIZE, 0), 0);
+  return id;
+}
+
+// A message: sender, number, and the number's complement, so that a torn one shows.
+struct __attribute__((packed)) numbered {
+  uint8_t sender;
+  uint32_t number;
+  uint32_t complement;
+};
+static_assert(sizeof(numbered) == SIZE);
+
+int32_t send_number(pal_msgQ_id id, uint32_t number, uint32_t priority, uint8_t sender = 0) {
+  const numbered message = {sender, number, ~number};
+  return pal_msgQ_send_priority(id, &message, SIZE, priority);
+}
+
+// The next number, or -1 when there is none; -2 for a torn message.
+int64_t next_number(pal_msgQ_id id, int32_t wait = 0) {
+  numbered message = {};
+  if (pal_msgQ_receive_wait_priority(id, &message, SIZE, wait, -6) != static_cast<int32_t>(SIZE)) return -1;
+  return message.complement == ~message.number ? message.number : -2;
+}
+
+TEST(queue, serves_smaller_priorities_first_and_in_order) {
+  pal_msgQ_id id = open_queue(0);
+  const uint32_t priorities[] = {3, 1, 3, 2, 0, 1, 3};
+  for (uint32_t i = 0; i < 7; ++i) ASSERT_EQ(send_number(id, i, priorities[i]), 0);
+  for (const int64_t expected : {4, 1, 5, 3, 0, 2, 6, -1}) EXPECT_EQ(next_number(id), expected);
+  pal_msgQ_close(&id);
+}
+
+TEST(queue, keeps_its_last_slots_for_configuration) {
+  pal_msgQ_id id = open_queue(21);
+  for (uint32_t round = 0; round < 2; ++round) { // the second round wraps
+    for (uint32_t i = 0; i < 1984; ++i) ASSERT_EQ(send_number(id, i, 3), 0) << i;
+    EXPECT_EQ(send_number(id, 0, 3), -1);
+    EXPECT_EQ(send_number(id, 0, 0), -1);
+    for (uint32_t i = 0; i < 64; ++i) ASSERT_EQ(send_number(id, 5000 + i, 1), 0) << i;
+    EXPECT_EQ(send_number(id, 0, 1), -1);
+    EXPECT_EQ(next_number(id), 5000);
+    EXPECT_EQ(send_number(id, 0, 3), -1) << "a packet took a slot of the reserve";
+    EXPECT_EQ(send_number(id, 5064, 1), 0);
+    for (int64_t i = 5001; i <= 5064; ++i) ASSERT_EQ(next_number(id), i);
+    for (int64_t i = 0; i < 1984; ++i) ASSERT_EQ(next_number(id), i);
+    EXPECT_EQ(next_number(id), -1);
+  }
+}
+
+TEST(queue, refuses_what_does_not_fit) {
+  pal_msgQ_id id = open_queue(22);
+  uint8_t buffer[16] = {};
+  EXPECT_EQ(pal_msgQ_send_priority(id, buffer, 8, 1), -1);
+  EXPECT_EQ(pal_msgQ_send_priority(id, buffer, 10, 1), -1);
+  EXPECT_EQ(pal_msgQ_send_priority(id, buffer, 9, 4), -1);
+  EXPECT_EQ(pal_msgQ_send_priority(id, nullptr, 9, 1), -1);
+  for (const pal_msgQ_id absent : {0, -1, 31, 33, 1 << 30}) {
+    EXPECT_EQ(pal_msgQ_send_priority(absent, buffer, 9, 1), -1);
+    EXPECT_EQ(pal_msgQ_receive_wait_priority(absent, buffer, 9, 0, 0), -1);
+  }
+  EXPECT_EQ(send_number(id, 7, 1), 0);
+  EXPECT_EQ(pal_msgQ_receive_wait_priority(id, buffer, 8, 0, 0), -1);
+  EXPECT_EQ(pal_msgQ_receive_wait_priority(id, nullptr, 9, 0, 0), -1);
+  EXPECT_EQ(next_number(id), 7);
+
+  const struct {
+    uint32_t key, depth, size;
+  } shapes[] = {{22, DEPTH, 10}, {22, 2047, SIZE}, {22, 6146, 3}, // the last has the same number of octets
+                {23, 64, SIZE},  {23, DEPTH, 0},   {23, 0xFFFFFFFF, SIZE}, {23, DEPTH, 0xFFFFFFFF}};
+  for (const auto& shape : shapes) {
+    pal_msgQ_id refused = 0;
+    EXPECT_EQ(pal_msgQ_create_ex(&refused, shape.key, shape.depth, shape.size, 0), -1) << shape.depth;
+    const auto attach = [&] {
+      return pal_msgQ_create_ex(&refused, shape.key, shape.depth, shape.size, 0) == -1 ? 0 : 1;
+    };
+    EXPECT_EQ(wait_child(start_child(attach)), 0);
+  }
+}
+
+TEST(queue, an_open_id_is_kept_for_its_key_only) {
+  pal_msgQ_id id = open_queue(0);
+  const pal_msgQ_id before = id;
+  ASSERT_EQ(send_number(id, 1, 3), 0);
+  EXPECT_EQ(pal_msgQ_create_ex(&id, 0, DEPTH, SIZE, 0), 0);
+  EXPECT_EQ(id, before);
+  EXPECT_EQ(next_number(id), 1);
+  pal_msgQ_id other = open_queue(0);
+  ASSERT_EQ(send_number(id, 2, 3), 0);
+  EXPECT_EQ(next_number(other), -1) << "two private queues are one";
+
+  for (int turn = 0; turn < 100; ++turn) { // no entry is lost by changing between them
+    ASSERT_EQ(pal_msgQ_create_ex(&id, 24, DEPTH, SIZE, 0), 0);
+    ASSERT_EQ(pal_msgQ_create_ex(&id, 0, DEPTH, SIZE, 0), 0);
+  }
+  EXPECT_EQ(next_number(id), -1) << "a private queue opened anew is not empty";
+  pal_msgQ_close(&id);
+  pal_msgQ_close(&other);
+  EXPECT_EQ(id, 0);
+  EXPECT_EQ(send_number(before, 1, 1), -1);
+}
+
+TEST(queue, receive_waits_its_ticks_and_wakes_on_a_send) {
+  pal_msgQ_id id = open_queue(25);
+  for (const pal_msgQ_id which : {id, 0}) { // an absent queue lets the time pass as well
+    const int64_t start = now_ms();
+    EXPECT_EQ(next_number(which, 30), -1);
+    EXPECT_GE(now_ms() - start, 29);
+    EXPECT_LT(now_ms() - start, 2000);
+  }
+  const pid_t child = start_child([&] {
+    for (uint32_t i = 0; i < 200; ++i) {
+      if (i % 50 == 0) pause_ms(5);
+      if (send_number(id, i, 3) != 0) return 1;
+    }
+    return 0;
+  });
+  for (int64_t i = 0; i < 200; ++i) ASSERT_EQ(next_number(id, -1), i);
+  EXPECT_EQ(wait_child(child), 0);
+}
+
+TEST(queue, many_senders_lose_nothing) {
+  constexpr uint8_t SENDERS = 4;
+  constexpr uint32_t EACH = 5000;
+  pal_msgQ_id id = open_queue(0);
+  std::vector<std::thread> threads;
+  for (uint8_t sender = 0; sender < SENDERS; ++sender) {
+    threads.emplace_back([id, sender] {
+      for (uint32_t i = 0; i < EACH;) {
+        if (send_number(id, i, sender % 2 == 0 ? 1 : 3, sender) == 0) {
+          ++i;
+        } else {
+          std::this_thread::yield();
+        }
+      }
+    });
+  }
+  uint32_t due[SENDERS] = {};
+  for (uint32_t i = 0; i < SENDERS * EACH; ++i) {
+    numbered message = {};
+    ASSERT_EQ(pal_msgQ_receive_wait_priority(id, &message, SIZE, 10000, 0), static_cast<int32_t>(SIZE));
+    ASSERT_LT(message.sender, SENDERS);
+    ASSERT_EQ(message.number, due[message.sender]++);
+  }
+  for (std::thread& each : threads) each.join();
+  EXPECT_EQ(next_number(id), -1);
+  pal_msgQ_close(&id);
+}
+
+TEST(queue, attaching_waits_for_a_creator_at_work) {
+  const int fd = open(shared_file("q.28").c_str(), O_RDWR | O_CREAT, 0600);
+  ASSERT_EQ(flock(fd, LOCK_EX), 0);
+  const pid_t child = start_child([] { return send_number(open_queue(28), 1, 3) == 0 ? 0 : 1; });
+  pause_ms(50);
+  EXPECT_EQ(waitpid(child, nullptr, WNOHANG), 0);
+  EXPECT_EQ(lseek(fd, 0, SEEK_END), 0) << "two creators at work at once";
+  flock(fd, LOCK_UN); // the child has the descriptor too: closing it here frees nothing
+  close(fd);
+  EXPECT_EQ(wait_child(child), 0);
+  EXPECT_EQ(next_number(open_queue(28)), 1);
+}
+
+// The queue is empty after messages that are whole, sent in this turn and in order within their priority.
+void expect_sound(pal_msgQ_id id, uint8_t turn) {
+  uint32_t due[4] = {};
+  numbered message = {};
+  for (uint32_t count = 0; pal_msgQ_receive_wait_priority(id, &message, SIZE, 0, 0) > 0; ++count) {
+    ASSERT_LT(count, DEPTH);
+    ASSERT_EQ(message.complement, ~message.number);
+    ASSERT_EQ(message.sender, turn);
+    uint32_t& next = due[message.number % 4];
+    ASSERT_GE(message.number, next);
+    next = message.number + 1;
+  }
+}
+
+// Children send and receive as fast as they can and are killed wherever they are, mostly while they hold the lock; some
+// are stopped first.
+TEST(queue, survives_killed_and_stopped_processes) {
+  pal_msgQ_id id = open_queue(26);
+  std::minstd_rand random(1);
+  for (uint8_t turn = 0; turn < 150; ++turn) {
+    const pid_t child = start_child([&] {
+      for (uint32_t i = 0;; i += 2) {
+        send_number(id, i, i % 4, turn);
+        send_number(id, i + 1, (i + 1) % 4, turn);
+        next_number(id);
+      }
+      return 0;
+    });
+    usleep(300 + static_cast<useconds_t>(random() % 1500));
+    const int64_t start = now_ms();
+    if (turn % 50 == 0) {
+      kill(child, SIGSTOP);
+      next_number(id);
+      next_number(id);
+      ASSERT_LT(now_ms() - start, 1000) << "a stopped process holds up the others, turn " << static_cast<int>(turn);
+    }
+    kill_child(child);
+
+    ASSERT_NO_FATAL_FAILURE(expect_sound(id, turn)) << "turn " << static_cast<int>(turn);
+    ASSERT_EQ(send_number(id, 78, 3), 0) << "turn " << static_cast<int>(turn);
+    ASSERT_EQ(next_number(id), 78);
+    ASSERT_LT(now_ms() - start, 3000);
+  }
+}
+
+// The ring positions lie behind four words; whatever they hold, nothing outside the record is touched.
+TEST(queue, scribbled_positions_do_no_harm) {
+  constexpr size_t POSITIONS = 4 * sizeof(uint32_t);
+  pal_msgQ_id id = open_queue(27);
+  const int fd = open(shared_file("q.27").c_str(), O_RDWR);
+  ASSERT_GE(fd, 0);
+  auto* record = static_cast<uint8_t*>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+  close(fd);
+  std::minstd_rand random(2);
+  for (int turn = 0; turn < 2000; ++turn) {
+    for (size_t i = 0; i < 8; ++i) {
+      const uint32_t value =
+          turn % 2 == 0 ? static_cast<uint32_t>(random()) * 4 : static_cast<uint32_t>(2040 + random() % 20);
+      std::memcpy(record + POSITIONS + i * sizeof(value), &value, sizeof(value));
+    }
+    for (uint32_t priority = 0; priority < 4; ++priority) send_number(id, 1, priority);
+    for (int i = 0; i < 8; ++i) next_number(id);
+  }
+  munmap(record, 4096);
+  while (next_number(id) != -1) {
+  }
+  EXPECT_EQ(send_number(id, 5, 3), 0);
+  EXPECT_EQ(next_number(id), 5);
+}
+
+} // namespace

@@ -1,0 +1,132 @@
+// Shared records, the claim of a prefix, and the settings of a deployment.
+#include "platform/pal.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/pal_settings.h"
+#include "process_helper.h"
+
+namespace {
+
+constexpr uint32_t AREA = 307;
+
+// An object as somebody else left it.
+void leave_object(const char* suffix, const void* content, size_t size, uid_t owner) {
+  const int fd = open(shared_file(suffix).c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(write(fd, content, size), static_cast<ssize_t>(size));
+  ASSERT_EQ(fchown(fd, owner, static_cast<gid_t>(-1)), 0);
+  close(fd);
+}
+
+TEST(shared_memory, is_zeroed_private_to_the_user_and_one_per_key) {
+  const mode_t before = umask(0);
+  auto* area = static_cast<uint8_t*>(pal_share_mem_init(1000, AREA));
+  ASSERT_NE(area, PAL_NO_MEM);
+  for (uint32_t i = 0; i < AREA; ++i) ASSERT_EQ(area[i], 0);
+  EXPECT_EQ(pal_share_mem_init(1000, AREA), area);
+  EXPECT_NE(pal_share_mem_init(2000, AREA), area);
+  struct stat facts = {};
+  ASSERT_EQ(stat(shared_file("mem.1000").c_str(), &facts), 0);
+  EXPECT_EQ(facts.st_mode & 0777, 0600U);
+  EXPECT_EQ(facts.st_size, 307);
+  umask(before);
+
+  const pid_t child = start_child([&] { return std::memcpy(area + 300, "seven b", 7) != nullptr ? 0 : 1; });
+  EXPECT_EQ(wait_child(child), 0);
+  EXPECT_EQ(std::memcmp(area + 300, "seven b", 7), 0);
+}
+
+TEST(shared_memory, refuses_another_size_or_owner) {
+  EXPECT_EQ(pal_share_mem_init(3000, 0), PAL_NO_MEM);
+  ASSERT_NE(pal_share_mem_init(3000, AREA), PAL_NO_MEM);
+  EXPECT_EQ(pal_share_mem_init(3000, AREA + 1), PAL_NO_MEM);
+  const uint8_t content[AREA] = {};
+  leave_object("mem.3001", content, AREA - 1, geteuid());
+  EXPECT_EQ(pal_share_mem_init(3001, AREA), PAL_NO_MEM);
+  if (geteuid() != 0) GTEST_SKIP() << "another owner needs root";
+  leave_object("mem.3002", content, AREA, 12345);
+  EXPECT_EQ(pal_share_mem_init(3002, AREA), PAL_NO_MEM);
+}
+
+TEST(shared_memory, a_record_half_made_is_finished_and_a_foreign_one_refused) {
+  const uint32_t half_made[2] = {0, 0x55};
+  leave_object("sem.half", half_made, sizeof(half_made), geteuid());
+  pal_sem sem = {};
+  ASSERT_NE(pal_sem_open(&sem, 1, "half", 0), nullptr);
+  EXPECT_EQ(pal_sem_count(&sem), 0);
+  const uint32_t foreign[2] = {0x12345678, 1};
+  leave_object("sem.foreign", foreign, sizeof(foreign), geteuid());
+  EXPECT_EQ(pal_sem_open(&sem, 1, "foreign", 1), nullptr);
+}
+
+TEST(service_claim, belongs_to_one_process_until_it_dies) {
+  EXPECT_EQ(pal_service_is_claimed(), 0);
+  EXPECT_NE(access(shared_file("claim").c_str(), F_OK), 0) << "asking created the object";
+
+  pal_sem claimed = {};
+  ASSERT_NE(pal_sem_open(&claimed, 1, "claimed", 0), nullptr);
+  const pid_t child = start_child([&] {
+    if (pal_service_claim() != 0) return 1;
+    pal_sem_give(&claimed);
+    pause_ms(60000);
+    return 0;
+  });
+  ASSERT_EQ(pal_sem_take(&claimed, 5000), 0);
+  EXPECT_EQ(pal_service_is_claimed(), 1);
+  EXPECT_EQ(pal_service_claim(), -1);
+  EXPECT_EQ(pal_service_is_claimed(), 1) << "a refused claim freed it";
+  kill_child(child);
+  EXPECT_EQ(pal_service_is_claimed(), 0);
+
+  EXPECT_EQ(pal_service_claim(), 0);
+  EXPECT_EQ(pal_service_claim(), 0);
+  EXPECT_EQ(pal_service_is_claimed(), 1);
+  const auto ask = [] { return pal_service_is_claimed() * 2 + (pal_service_claim() == -1 ? 1 : 0); };
+  EXPECT_EQ(wait_child(start_child(ask)), 3);
+  EXPECT_EQ(wait_child(start_child(ask)), 3) << "the first child's end freed it";
+  pal_service_release();
+  EXPECT_EQ(pal_service_is_claimed(), 0);
+  EXPECT_EQ(wait_child(start_child([] { return pal_service_claim() == 0 ? 0 : 1; })), 0);
+}
+
+// Run by the next test, in a process of its own: "<tick length> <name>".
+TEST(settings, DISABLED_are) {
+  const std::string found = std::to_string(pal_tick_us()) + " " + pal_object_name("x").data();
+  const char* expected = std::getenv("EXPECTED");
+  _exit(expected != nullptr && found == expected ? 0 : 1);
+}
+
+TEST(settings, are_taken_when_they_are_valid) {
+  const std::string longest(64, 'p');
+  const struct {
+    std::string prefix, tick, expected;
+  } rows[] = {
+      {"Olt-1.a_b", "100", "100 /Olt-1.a_b.x"}, {longest, "1000000", "1000000 /" + longest + ".x"},
+      {longest + "p", "99", "10000 /lineid.x"}, {"", "", "10000 /lineid.x"},
+      {"a/b", "1000001", "10000 /lineid.x"},    {"a b", "5000x", "10000 /lineid.x"},
+      {"\xc3\xa9", "-1000", "10000 /lineid.x"},
+  };
+  for (const auto& row : rows) {
+    setenv("EXPECTED", row.expected.c_str(), 1);
+    EXPECT_EQ(run_anew("settings.DISABLED_are", "LINE_ID_IPC_PREFIX", row.prefix.c_str(), "LINE_ID_TICK_US",
+                       row.tick.c_str()),
+              0)
+        << row.expected;
+  }
+}
+
+TEST(ticks, follow_the_monotonic_clock) {
+  const uint32_t start = pal_tickget();
+  pause_ms(30);
+  const uint32_t passed = pal_tickget() - start;
+  EXPECT_GE(passed, 29U);
+  EXPECT_LT(passed, 2000U);
+}
+
+} // namespace
