@@ -120,6 +120,8 @@ static_assert(sizeof(line_id_append_info) == 27);
 static_assert(sizeof(line_id_pkt_property) == 71);
 static_assert(sizeof(line_id_alarm) == 13);
 static_assert(sizeof(line_id_white_list) == 72);
+static_assert(sizeof(line_id_circuit_id_config) == 157);
+static_assert(sizeof(line_id_circuit_id_format_mode) == 293);
 static_assert(sizeof(line_id_fmt_list) == 768);
 static_assert(sizeof(line_id_ex_cfg_table) == 32 + sizeof(void*));
 

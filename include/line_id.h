@@ -328,6 +328,31 @@ typedef struct LINE_ID_PACKED line_id_white_list {
   uint8_t pppoe_enable;                            /* 71: 0 or 1 */
 } line_id_white_list;
 
+/* Identity of the device and the enables of an instance, as one block. Packed, 157 octets. Texts are NUL-padded and may
+ * fill their field. */
+typedef struct LINE_ID_PACKED line_id_circuit_id_config {
+  uint8_t slot;                        /*  0 */
+  uint8_t enable;                      /*  1: LINE_ID_ENABLE_*, other bits are not used */
+  uint8_t pppoe_plus_enable;           /*  2: 0 off, else on */
+  char ani_str[LINE_ID_ANI_LEN];       /*  3: access node identifier */
+  int16_t rack_no;                     /* 53 */
+  int16_t frame_no;                    /* 55 */
+  char uplink_type[LINE_ID_UPLINK_LEN]; /* 57 */
+  uint32_t manage_ip;                  /* 89: IPv4 address in host order */
+  char hostname[LINE_ID_HOSTNAME_LEN]; /* 93: not filled when the block is read */
+} line_id_circuit_id_config;
+
+#define LINE_ID_ENABLE_OPTION82 1
+#define LINE_ID_ENABLE_OPTION18 2
+#define LINE_ID_ENABLE_OPTION37 4
+
+/* Circuit-ID format of an instance. Packed, 293 octets. */
+typedef struct LINE_ID_PACKED line_id_circuit_id_format_mode {
+  uint8_t line_id_format_type;          /*   0: 0 custom, 1 CTC, 2 CNC */
+  char custom_format[LINE_ID_FORMAT_LEN]; /* 1: NUL-padded template */
+  uint8_t reserved[36];                 /* 257: carried, not used */
+} line_id_circuit_id_format_mode;
+
 /* ------------------------------------------------------------------------------------------------- start-up ---- */
 
 /*
@@ -425,6 +450,171 @@ LINE_ID_API int32_t line_id_reg_hal_func(uint8_t device_kind, const line_id_hal_
  */
 LINE_ID_API int32_t line_id_obtain_cust_cfg_table_content(uint8_t cust_mode, uint8_t tech_norms,
                                                           line_id_ex_cfg_table* ex_cfg_table);
+
+/* --------------------------------------------------------------------------------------- configuration calls ---- */
+
+/*
+ * These configure and query the agent, from any thread of any process: another process first calls
+ * line_id_init_share_resource; the host's own process may call them while line_id_proc_entry runs. None belongs on the
+ * worker (that is, in a callback that the worker runs): it would wait for itself.
+ *
+ * `oltid` is the configuration instance, 0 to 8; another gives -22. Settings "of the whole agent" take it too and
+ * ignore it. Texts are octets with a length and need no terminator. Nothing is stored for good: after a start the agent
+ * has the host's settings again.
+ *
+ * Set, delete, override and reset calls return once the command is queued; the worker carries it out later, in order,
+ * and does not report back: read the setting to see what became of it. They wait up to 600 ticks for the commands
+ * before them. Result: 0; -25 the wait ran out, -22 no such instance, -21 the agent's queue is full or absent; and what
+ * a group says of its arguments, in which case nothing was sent.
+ *
+ * Get calls wait for the answer, up to 600 ticks twice. Those that fill a buffer return 0 and leave the buffer alone on
+ * failure. Result below 0: -27 another get holds the channel, -21 as above, -22 no such instance, -23 or -24 no answer
+ * in time (the area still held another one), -9 null. The others return the value itself, with these codes in the same
+ * result: a stored value of the same number cannot be told from a failure.
+ *
+ * Show calls have the agent print a report on its own standard output: 0 queued, -21.
+ *
+ * Each failure is also printed: the call's name and " failed(<code>).".
+ */
+
+/* Switches of an instance: 0 off, 1 on; -10 for another value. Option 82, Option 18 and PPPoE+ also switch the driver's
+ * trapping at once. The gets return 0 or 1. */
+LINE_ID_API int32_t line_id_set_option82_enable(uint8_t oltid, uint8_t enable);        /* DHCPv4 Option 82 */
+LINE_ID_API int32_t line_id_set_option18_enable(uint8_t oltid, uint8_t enable);        /* DHCPv6 Interface-ID */
+LINE_ID_API int32_t line_id_set_option37_enable(uint8_t oltid, uint8_t enable);        /* DHCPv6 Remote-ID */
+LINE_ID_API int32_t line_id_set_dhcpv6_enable(uint8_t oltid, uint8_t enable);          /* Options 37 and 18 together */
+LINE_ID_API int32_t line_id_set_pppoe_plus_enable(uint8_t oltid, uint8_t enable);      /* the PPPoE vendor tag */
+LINE_ID_API int32_t line_id_set_remote_id_enable(uint8_t oltid, uint8_t enable);       /* Remote-ID in Option 82 */
+LINE_ID_API int32_t line_id_set_remoteid_trans_enable(uint8_t oltid, uint8_t enable);  /* stored, not used */
+LINE_ID_API int32_t line_id_set_option82_transparent(uint8_t oltid, uint8_t enable);   /* 1: DHCPv4 passes as it is */
+LINE_ID_API int32_t line_id_set_pppoe_plus_transparent(uint8_t oltid, uint8_t enable); /* 1: PPPoE passes as it is */
+LINE_ID_API int32_t line_id_set_pppoe_anti_spoofing_enable(uint8_t oltid, uint8_t enable); /* check PPPoE sources */
+LINE_ID_API int32_t line_id_set_dhcp_anti_spoofing_enable(uint8_t oltid, uint8_t enable);  /* check DHCP sources */
+LINE_ID_API int32_t line_id_set_dhcp_anti_spoofing_active(uint8_t oltid, uint8_t enable);  /* 1: drop, 0: alarm only */
+
+LINE_ID_API int32_t line_id_get_option82_enable(uint8_t oltid);
+LINE_ID_API int32_t line_id_get_option18_enable(uint8_t oltid);
+LINE_ID_API int32_t line_id_get_option37_enable(uint8_t oltid);
+LINE_ID_API int32_t line_id_get_pppoe_plus_enable(uint8_t oltid);
+LINE_ID_API int32_t line_id_get_remote_id_enable(uint8_t oltid);
+LINE_ID_API int32_t line_id_get_option82_transparent(uint8_t oltid);
+LINE_ID_API int32_t line_id_get_pppoe_plus_transparent(uint8_t oltid);
+LINE_ID_API int32_t line_id_get_pppoe_anti_spoofing_enable(uint8_t oltid);
+LINE_ID_API int32_t line_id_get_dhcp_anti_spoofing_enable(uint8_t oltid);
+LINE_ID_API int32_t line_id_get_dhcp_anti_spoofing_active(uint8_t oltid);
+
+/* Switch of the whole agent: 0 or 1; -10. Traced only. */
+LINE_ID_API int32_t line_id_set_gemport_enable(uint8_t oltid, uint8_t enable);
+
+/* Which Circuit-ID format applies: 0 the custom template, 1 CTC, 2 CNC; -11 for another value. */
+LINE_ID_API int32_t line_id_set_line_id_format_type(uint8_t oltid, uint8_t type);
+LINE_ID_API int32_t line_id_get_line_id_format_type(uint8_t oltid);
+
+/* Templates of an instance. Set: at most 256 octets, stored as they are (line_id_check_format checks); -1 null or too
+ * long. Get: fills 256 octets, NUL-padded, perhaps without terminator. */
+LINE_ID_API int32_t line_id_set_circuit_id_custom_format(uint8_t oltid, const char* text, uint32_t len);
+LINE_ID_API int32_t line_id_set_remote_id_format(uint8_t oltid, const char* text, uint32_t len); /* DHCPv4, PPPoE */
+LINE_ID_API int32_t line_id_set_option37_format(uint8_t oltid, const char* text, uint32_t len);  /* DHCPv6 Remote-ID */
+LINE_ID_API int32_t line_id_get_circuit_id_custom_format(uint8_t oltid, char* buf);
+LINE_ID_API int32_t line_id_get_remote_id_format(uint8_t oltid, char* buf);
+LINE_ID_API int32_t line_id_get_option37_format(uint8_t oltid, char* buf);
+
+/* Identity and enables of an instance as one block; a driver's trapping is switched off only when no instance needs it
+ * any more. The first set call always configures instance 0. -9 null. The get leaves the host name of the block and the
+ * unnamed enable bits undefined. */
+LINE_ID_API int32_t line_id_set_circuit_id_config(const line_id_circuit_id_config* block);
+LINE_ID_API int32_t volt_line_id_set_circuit_id_config(uint8_t oltid, const line_id_circuit_id_config* block);
+LINE_ID_API int32_t line_id_get_circuit_id_config(uint8_t oltid, line_id_circuit_id_config* block);
+
+/* Format type (not checked) and custom template of an instance as one block. The first set call always configures
+ * instance 0. -9 null. The get leaves the reserved octets undefined. */
+LINE_ID_API int32_t line_id_set_circuit_id_format_mode(const line_id_circuit_id_format_mode* block);
+LINE_ID_API int32_t volt_line_id_set_circuit_id_format_mode(uint8_t oltid, const line_id_circuit_id_format_mode* block);
+LINE_ID_API int32_t line_id_get_circuit_id_format_mode(uint8_t oltid, line_id_circuit_id_format_mode* block);
+
+/* Identity of the device, for an instance. Texts: -1 null or too long. The gets fill 50 and 32 octets, NUL-padded,
+ * perhaps without terminator; numbers come back sign-extended from 16 bits. */
+LINE_ID_API int32_t line_id_set_ani_str(uint8_t oltid, const char* text,
+                                        uint32_t len);                   /* letter a, at most 50 octets */
+LINE_ID_API int32_t line_id_set_rack_no(uint8_t oltid, uint16_t rack);   /* letter r */
+LINE_ID_API int32_t line_id_set_frame_no(uint8_t oltid, uint16_t frame); /* letter f */
+LINE_ID_API int32_t line_id_set_ani_param(uint8_t oltid, const char* text, uint32_t len, uint16_t rack,
+                                          uint16_t frame); /* the three in one command */
+LINE_ID_API int32_t line_id_set_uplink_type(uint8_t oltid, const char* text, uint32_t len); /* at most 32 octets */
+LINE_ID_API int32_t line_id_set_manage_ip(uint8_t oltid, uint32_t address); /* IPv4 management address, host order */
+LINE_ID_API int32_t line_id_get_ani_str(uint8_t oltid, char* buf);
+LINE_ID_API int32_t line_id_get_rack_no(uint8_t oltid);
+LINE_ID_API int32_t line_id_get_frame_no(uint8_t oltid);
+LINE_ID_API int32_t line_id_get_uplink_type(uint8_t oltid, char* buf);
+LINE_ID_API int32_t line_id_get_manage_ip(uint8_t oltid, uint32_t* address);
+
+/* MAC address of the core card, for the Remote-ID of an instance, alone or with the Remote-ID switch. -1: null, a
+ * length other than 6, enable above 1. */
+LINE_ID_API int32_t line_id_set_remoteid_core_cardinnermac(uint8_t oltid, const uint8_t* mac, uint32_t len);
+LINE_ID_API int32_t line_id_set_remote_id_enable_and_params(uint8_t oltid, uint8_t enable, const uint8_t* mac,
+                                                            uint32_t len);
+
+/* Pin a letter of an instance to a text of at most 50 octets, whatever the frames say, and release it again (for all
+ * instances). -1 null or too long. */
+LINE_ID_API int32_t line_id_override_param(uint8_t oltid, uint8_t letter, const char* text, uint32_t len);
+LINE_ID_API int32_t line_id_unoverride_param(uint8_t oltid, uint8_t letter);
+
+/* Numbered template profiles of an instance, for frames that the host assigns to one (LINE_ID_EXT_CID,
+ * LINE_ID_EXT_RID). type           0 Circuit-ID, 1 Remote-ID prof_id        1 to 64 cirt_template  Circuit-ID only: 0
+ * `text` is the template, 1 the CTC templates, 2 the CNC templates text           1 to 256 octets, never empty; -1 null
+ * or longer A deleted profile gives its frames an empty text. */
+LINE_ID_API int32_t lineid_vlan_profile_cfg_add(uint8_t oltid, uint8_t type, uint32_t prof_id, uint32_t cirt_template,
+                                                const char* text, uint32_t len);
+LINE_ID_API int32_t lineid_vlan_profile_cfg_del(uint8_t oltid, uint8_t type, uint32_t prof_id);
+LINE_ID_API int32_t lineid_vlan_profile_cfg_show(uint8_t oltid);
+
+/* DHCPv6, of the whole agent. Level of Option 18: 1 flattens a received Relay-Forward and unwraps once, 0 wraps it
+ * again and unwraps twice; -10. The unwrapping alone: 1 once, 2 twice; -10. */
+LINE_ID_API int32_t line_id_set_dhcpv6_option18(uint8_t oltid, uint8_t level);
+LINE_ID_API int32_t line_id_set_dhcpv6_option18_relay_strip(uint8_t oltid, uint8_t times);
+
+/* How often a MAC must have been seen behind its ONU before the same MAC behind another counts as spoofed; until then
+ * it moves. Any value; that of instance 0 applies. The gets return a failure's code as a number of 32 bits: compare
+ * `(int32_t)result` with the codes. */
+LINE_ID_API int32_t line_id_set_dhcp_valid_binding_count(uint8_t oltid, uint32_t count);
+LINE_ID_API int32_t line_id_set_pppoe_valid_binding_count(uint8_t oltid, uint32_t count);
+LINE_ID_API uint32_t line_id_get_dhcp_valid_binding_count(uint8_t oltid);
+LINE_ID_API uint32_t line_id_get_pppoe_valid_binding_count(uint8_t oltid);
+
+/* Forget bindings: of one MAC (-1 null or a length other than 6), or of all MACs behind an ONU, named by PON number and
+ * ONU authorisation number. */
+LINE_ID_API int32_t line_id_del_dhcp_anti_spoofing_entry_by_mac(uint8_t oltid, const uint8_t* mac, uint32_t len);
+LINE_ID_API int32_t line_id_del_pppoe_anti_spoofing_entry_by_mac(uint8_t oltid, const uint8_t* mac, uint32_t len);
+LINE_ID_API int32_t line_id_del_dhcp_anti_spoofing_entry_by_onu(uint8_t oltid, uint16_t onu_ponno, uint16_t onu_authno);
+LINE_ID_API int32_t line_id_del_pppoe_anti_spoofing_entry_by_onu(uint8_t oltid, uint16_t onu_ponno,
+                                                                 uint16_t onu_authno);
+
+/* ONU types whose frames pass unchanged, of the whole agent. Carries count and types only: policy and enables stay as
+ * the host set them. -9 null, -31 more than 32 types. */
+LINE_ID_API int32_t line_id_set_trans_white_list(uint8_t oltid, const line_id_white_list* list);
+
+/* Zero all counters, of the whole agent. */
+LINE_ID_API int32_t line_id_reset_statistics(uint8_t oltid);
+
+/* Traces on the agent's standard output, of the whole agent: each category 0 off, 1 on; level 0 errors only, 1 also
+ * warnings, 2 also information; -10 for another value. A trace needs its category and the level. */
+LINE_ID_API int32_t line_id_set_lineid_debug(uint8_t oltid, uint8_t enable);     /* general */
+LINE_ID_API int32_t line_id_set_cfg_debug(uint8_t oltid, uint8_t enable);        /* configuration commands */
+LINE_ID_API int32_t line_id_set_dhcpv4_debug(uint8_t oltid, uint8_t enable);     /* DHCPv4 frames */
+LINE_ID_API int32_t line_id_set_dhcpv6_debug(uint8_t oltid, uint8_t enable);     /* DHCPv6 frames */
+LINE_ID_API int32_t line_id_set_pppoe_plus_debug(uint8_t oltid, uint8_t enable); /* PPPoE frames */
+LINE_ID_API int32_t line_id_set_device_debug(uint8_t oltid, uint8_t enable);     /* callbacks */
+LINE_ID_API int32_t line_id_set_comm_tx_debug(uint8_t oltid, uint8_t enable);    /* reserved */
+LINE_ID_API int32_t line_id_set_comm_rx_debug(uint8_t oltid, uint8_t enable);    /* reserved */
+LINE_ID_API int32_t line_id_set_all_debug(uint8_t oltid, uint8_t enable);        /* all of these */
+LINE_ID_API int32_t line_id_set_level_debug(uint8_t oltid, uint8_t level);
+
+/* Reports. */
+LINE_ID_API int32_t line_id_show_pppoe_whitelist(uint8_t oltid);
+LINE_ID_API int32_t line_id_show_pkt_statistics(void);
+LINE_ID_API int32_t line_id_show_lineid_status(uint8_t oltid);
+LINE_ID_API int32_t line_id_show_dhcp_binding(uint8_t oltid);
+LINE_ID_API int32_t line_id_show_pppoe_binding(uint8_t oltid);
 
 /* ------------------------------------------------------------------------------------------ helpers for tools ---- */
 

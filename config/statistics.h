@@ -1,0 +1,67 @@
+// Counters of frames: 27 totals for protocol, direction and outcome, and PPPoE Discovery messages for each VLAN.
+//
+// Counted on the worker and on host threads, read by the report on the worker: relaxed atomics that wrap.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+// Order of the store: the totals, a marker for each VLAN, then the PPPoE counters [table][type][VLAN].
+constexpr uint32_t LINE_ID_STATICS_TOTALS = 27;
+constexpr uint32_t LINE_ID_STATICS_VLANS = 4097; // VLAN 0 to 4096
+constexpr uint32_t LINE_ID_PPPOE_TYPES = 5;      // PADI, PADR, PADT, PADO, PADS
+constexpr uint32_t LINE_ID_PPPOE_TABLES = 3;     // received, forwarded, dropped
+constexpr uint32_t LINE_ID_STATICS_COUNTERS =
+    LINE_ID_STATICS_TOTALS + (1 + LINE_ID_PPPOE_TABLES * LINE_ID_PPPOE_TYPES) * LINE_ID_STATICS_VLANS;
+static_assert(LINE_ID_STATICS_COUNTERS == 65579);
+
+enum line_id_pppoe_table : uint8_t { PPPOE_RECEIVED, PPPOE_FORWARDED, PPPOE_DROPPED };
+
+extern std::atomic<uint32_t> g_line_id_statics[LINE_ID_STATICS_COUNTERS];
+
+// Places in the store.
+constexpr uint32_t line_id_vlan_marker_index(uint32_t vlan) { return LINE_ID_STATICS_TOTALS + vlan; }
+constexpr uint32_t line_id_pppoe_count_index(line_id_pppoe_table table, uint32_t type, uint32_t vlan) {
+  return LINE_ID_STATICS_TOTALS + (1 + table * LINE_ID_PPPOE_TYPES + type) * LINE_ID_STATICS_VLANS + vlan;
+}
+
+inline uint32_t line_id_statics_value(uint32_t index) {
+  return g_line_id_statics[index].load(std::memory_order_relaxed);
+}
+// Name of a total (0 to 26) in the report.
+const char* line_id_statics_label(uint32_t index);
+
+// All counters and markers to 0. Always 0.
+int32_t line_id_reset_statistics_cfg();
+
+// One frame sent; `pass_through` is non-zero when it left as received. `direction` LINE_ID_UPSTREAM or _DOWNSTREAM,
+// `protocol` LINE_ID_DHCPV4, ...; other values change nothing.
+void line_id_inc_processed_pkt_count(uint8_t direction, int8_t protocol, uint8_t pass_through);
+// One frame dropped. Always 0.
+int32_t line_id_inc_drop_pkt_count(uint8_t direction, int8_t protocol);
+
+// One PPPoE Discovery message (`code` as in RFC 2516; others only mark the VLAN). 0, or -1 without counting when PPPoE+
+// is off for the instance or the VLAN is not 1 to 4096.
+int32_t line_id_inc_pppoe_recv_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan);
+int32_t line_id_inc_pppoe_forwd_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan);
+int32_t line_id_inc_pppoe_drop_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan);
+
+// One total each.
+void line_id_dhcpv4_pkt_processed_add();
+void line_id_dhcpv4_pkt_processed_up_add();
+void line_id_dhcpv4_pkt_processed_dn_add();
+void line_id_dhcpv6_pkt_processed_add();
+void line_id_dhcpv6_pkt_processed_up_add();
+void line_id_dhcpv6_pkt_processed_dn_add();
+void line_id_pppoe_pkt_processed_add();
+void line_id_pppoe_pkt_processed_up_add();
+void line_id_pppoe_pkt_processed_dn_add();
+void line_id_dhcpv4_pkt_dropped_add();
+void line_id_dhcpv4_pkt_dropped_up_add();
+void line_id_dhcpv4_pkt_dropped_dn_add();
+void line_id_dhcpv6_pkt_dropped_add();
+void line_id_dhcpv6_pkt_dropped_up_add();
+void line_id_dhcpv6_pkt_dropped_dn_add();
+void line_id_pppoe_pkt_dropped_add();
+void line_id_pppoe_pkt_dropped_up_add();
+void line_id_pppoe_pkt_dropped_dn_add();

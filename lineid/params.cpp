@@ -1,0 +1,303 @@
+// The parameter table: storage, writers, resets, and the calls of the provider.
+#include "lineid/params.h"
+
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/device_if.h"
+#include "core/log.h"
+
+char* g_lineid_params[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
+int8_t g_params_flag[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
+uint16_t g_line_id_param_set;
+
+namespace {
+
+constexpr uint8_t PROVIDER_START = 1;
+constexpr uint8_t PROVIDER_FRAME = 2;
+constexpr size_t BLOCK_LEN = size_t{LINE_ID_PARAM_SETS} * LINE_ID_PARAM_SLOTS * LINE_ID_TEXT_SIZE;
+
+// The buffers that line_id_init_params hands out, all in one; never freed. Buffers outside of it were allocated alone.
+char* g_param_block = nullptr;
+
+constexpr size_t LINE_LETTERS = 52 - (sizeof(LINE_ID_DEVICE_LETTERS) - 1);
+
+// The slots of all letters that are not device-wide.
+constexpr std::array<uint8_t, LINE_LETTERS> line_slots() {
+  std::array<uint8_t, LINE_LETTERS> slots = {};
+  size_t count = 0;
+  for (int32_t letter = 'A'; letter <= 'z'; ++letter) {
+    bool spared = line_id_param_slot(letter) < 0;
+    for (const char device : LINE_ID_DEVICE_LETTERS) spared = spared || device == letter;
+    if (!spared) slots[count++] = static_cast<uint8_t>(letter - 'A');
+  }
+  return slots;
+}
+constexpr std::array<uint8_t, LINE_LETTERS> LINE_SLOTS = line_slots();
+
+// Warns in the caller's name about a bad set or letter; true when there is one. `gap` stands behind the name.
+bool is_refused(const char* function, int line, const char* gap, int32_t set, int32_t letter) {
+  const bool good_set = line_id_is_param_set(set);
+  if (good_set && line_id_param_slot(letter) >= 0) return false;
+  if (line_id_log_enabled(LOG_GENERAL, 1)) {
+    line_id_log_trace("[LNID_WARN]", function, line, "%s%s%s err (%d).\r\n", function, gap,
+                      good_set ? "param" : "lineid_set", good_set ? letter : set);
+  }
+  return true;
+}
+
+bool is_in_block(const char* buffer) {
+  const auto start = reinterpret_cast<uintptr_t>(g_param_block);
+  const auto at = reinterpret_cast<uintptr_t>(buffer);
+  return g_param_block != nullptr && at >= start && at - start < BLOCK_LEN;
+}
+
+// The buffer of a slot, allocated when it has none; null without memory.
+char* buffer_of(int32_t set, int32_t slot) {
+  char*& buffer = g_lineid_params[set][slot];
+  if (buffer == nullptr) buffer = static_cast<char*>(std::calloc(1, LINE_ID_TEXT_SIZE));
+  return buffer;
+}
+
+void store_text(char* buffer, const char* text) {
+  const void* end = std::memchr(text, '\0', LINE_ID_PARAM_LEN);
+  const size_t len =
+      end != nullptr ? static_cast<size_t>(static_cast<const char*>(end) - text) : size_t{LINE_ID_PARAM_LEN};
+  std::memmove(buffer, text, len);
+  std::memset(buffer + len, 0, LINE_ID_TEXT_SIZE - len);
+}
+
+void write_instance(uint8_t oltid, char letter, const char* text) {
+  for (int32_t kind = 0; kind < 4; ++kind) line_id_write_param(oltid * 4 + kind, letter, text, PARAM_SET);
+}
+
+// Letters pinned in either set stay where they are.
+void copy_line_letters(int32_t from, int32_t to) {
+  line_id_reset_params(to);
+  for (const uint8_t slot : LINE_SLOTS) {
+    const int8_t flag = g_params_flag[from][slot];
+    const char* text = g_lineid_params[from][slot];
+    if (text == nullptr || flag >= PARAM_PINNED) continue;
+    if (flag != PARAM_FREE || text[0] != '\0') line_id_write_param(to, 'A' + slot, text, flag);
+  }
+}
+
+} // namespace
+
+int32_t line_id_init_params() {
+  if (g_param_block == nullptr) g_param_block = static_cast<char*>(std::calloc(1, BLOCK_LEN));
+  if (g_param_block == nullptr) {
+    LINE_ID_ERROR("line_id_init_params failed(%d).\r\n", LINE_ID_ERR_MALLOC);
+    return LINE_ID_ERR_MALLOC;
+  }
+  char* room = g_param_block;
+  for (auto& set : g_lineid_params) {
+    for (char*& buffer : set) {
+      if (buffer == nullptr) buffer = room;
+      std::memset(buffer, 0, LINE_ID_TEXT_SIZE);
+      room += LINE_ID_TEXT_SIZE;
+    }
+  }
+  std::memset(g_params_flag, PARAM_FREE, sizeof(g_params_flag));
+  return LINE_ID_OK;
+}
+
+int32_t line_id_write_param(int32_t set, int32_t letter, const char* text, int32_t flag) {
+  if (is_refused(__func__, __LINE__, "  ", set, letter)) {
+    return line_id_is_param_set(set) ? LINE_ID_ERR_PARAM_WRITE : LINE_ID_ERR;
+  }
+  const int32_t slot = line_id_param_slot(letter);
+  if (g_params_flag[set][slot] >= PARAM_PINNED) {
+    // ODD: a pinned letter is reported in the words of a bad set.
+    LINE_ID_WARN(LOG_GENERAL, "line_id_write_param  lineid_set err (%d).\r\n", LINE_ID_ERR_PARAM_WRITE);
+    return LINE_ID_ERR_PARAM_WRITE;
+  }
+  if (text == nullptr) {
+    LINE_ID_ERROR("line_id_write_param  param_data == NULL (%d).\r\n", LINE_ID_ERR_NULL);
+    return LINE_ID_ERR_NULL;
+  }
+  char* buffer = buffer_of(set, slot);
+  if (buffer == nullptr) {
+    LINE_ID_WARN(LOG_GENERAL, "line_id_write_param  g_lineid_params[lineid_set][param - 'A'] == NULL (%d).\r\n",
+                 LINE_ID_ERR_NULL);
+    return LINE_ID_ERR_NULL;
+  }
+  store_text(buffer, text);
+  g_params_flag[set][slot] = static_cast<int8_t>(flag);
+  return LINE_ID_OK;
+}
+
+int32_t line_id_write_param_int(int32_t set, int32_t letter, int32_t value, int32_t flag) {
+  // ODD: a bad letter is -1 here and -113 when a text is written.
+  if (is_refused(__func__, __LINE__, "  ", set, letter)) return LINE_ID_ERR;
+  if (g_params_flag[set][line_id_param_slot(letter)] >= PARAM_PINNED) {
+    LINE_ID_WARN(LOG_GENERAL, "line_id_write_param_int  g_params_flag err ret (%d).\r\n", LINE_ID_ERR_PARAM_WRITE);
+    return LINE_ID_ERR_PARAM_WRITE;
+  }
+  return line_id_write_param(set, letter, line_id_decimal_text(value).data(), flag);
+}
+
+int32_t line_id_write_param_force(int32_t set, int32_t letter, const char* text) {
+  if (is_refused(__func__, __LINE__, "  ", set, letter)) return LINE_ID_ERR;
+  if (text == nullptr) {
+    LINE_ID_ERROR("line_id_write_param_force  param_data == NULL.\r\n");
+    return LINE_ID_ERR;
+  }
+  const int32_t slot = line_id_param_slot(letter);
+  char* buffer = buffer_of(set, slot);
+  if (buffer == nullptr) {
+    LINE_ID_WARN(LOG_GENERAL, "line_id_write_param_force  g_lineid_params == NULL.\r");
+    return LINE_ID_ERR;
+  }
+  store_text(buffer, text);
+  g_params_flag[set][slot] = PARAM_PINNED;
+  return LINE_ID_OK;
+}
+
+int32_t line_id_write_param_int_force(int32_t set, int32_t letter, int32_t value) {
+  if (is_refused(__func__, __LINE__, "  ", set, letter)) return LINE_ID_ERR;
+  return line_id_write_param_force(set, letter, line_id_decimal_text(value).data());
+}
+
+void line_id_set_param_flag(int32_t set, int32_t letter, int32_t flag) {
+  if (is_refused(__func__, __LINE__, " ", set, letter)) return;
+  g_params_flag[set][line_id_param_slot(letter)] = static_cast<int8_t>(flag);
+}
+
+void line_id_set_param(int32_t set, int32_t letter, char* buffer) {
+  if (is_refused(__func__, __LINE__, " ", set, letter)) return;
+  char*& slot_buffer = g_lineid_params[set][line_id_param_slot(letter)];
+  if (slot_buffer == buffer) return;
+  if (!is_in_block(slot_buffer)) std::free(slot_buffer);
+  slot_buffer = buffer;
+}
+
+int32_t line_id_param_allocated(int32_t set, int32_t letter) {
+  const int32_t slot = line_id_param_slot(letter);
+  return line_id_is_param_set(set) && slot >= 0 && g_lineid_params[set][slot] != nullptr ? 1 : 0;
+}
+
+const char* line_id_get_param_text(int32_t set, int32_t letter) {
+  return line_id_param_allocated(set, letter) != 0 ? g_lineid_params[set][line_id_param_slot(letter)] : "";
+}
+
+void line_id_print_param(int32_t set, int32_t letter) {
+  if (!line_id_is_param_set(set)) {
+    LINE_ID_WARN(LOG_GENERAL, "line_id_print_param lineid_set (%d).\r\n", set);
+    return;
+  }
+  if (line_id_param_slot(letter) < 0) return;
+  std::printf("%c: %.*s\r\n", static_cast<char>(letter), static_cast<int>(LINE_ID_PARAM_LEN),
+              line_id_get_param_text(set, letter));
+}
+
+void line_id_reset_params(int32_t set) {
+  if (!line_id_is_param_set(set)) {
+    LINE_ID_WARN(LOG_GENERAL, "line_id_reset_params lineid_set err (%d).\r\n", set);
+    return;
+  }
+  for (const uint8_t slot : LINE_SLOTS) {
+    if (g_params_flag[set][slot] >= PARAM_PINNED) continue;
+    if (char* buffer = g_lineid_params[set][slot]; buffer != nullptr) buffer[0] = '\0';
+    g_params_flag[set][slot] = PARAM_FREE;
+  }
+}
+
+int32_t line_id_set_param_ani(uint8_t oltid, const char* text) {
+  if (text != nullptr) write_instance(oltid, 'a', text);
+  return LINE_ID_OK;
+}
+
+int32_t line_id_set_param_rack_no(uint8_t oltid, int16_t value) {
+  // ODD: a number of 32768 or more prints negative.
+  write_instance(oltid, 'r', line_id_decimal_text(value).data());
+  return LINE_ID_OK;
+}
+
+int32_t line_id_set_param_frame_no(uint8_t oltid, int16_t value) {
+  write_instance(oltid, 'f', line_id_decimal_text(value).data());
+  return LINE_ID_OK;
+}
+
+int32_t line_id_set_param_manage_ip(uint8_t oltid, uint32_t address) {
+  char text[16] = {};
+  std::snprintf(text, sizeof(text), "%u.%u.%u.%u", address >> 24, address >> 16 & 0xFFU, address >> 8 & 0xFFU,
+                address & 0xFFU);
+  write_instance(oltid, 'O', text);
+  return LINE_ID_OK;
+}
+
+int32_t line_id_set_param_corecard_inner_mac(uint8_t oltid, const uint8_t* mac) {
+  if (mac == nullptr) {
+    LINE_ID_ERROR("mac is NULL, failed(%d).\r\n", LINE_ID_ERR_NULL);
+    return LINE_ID_ERR_NULL;
+  }
+  write_instance(oltid, 'z', line_id_mac_text(mac).data());
+  return LINE_ID_OK;
+}
+
+int32_t line_id_set_param_uplink_type(uint8_t oltid, const char* text) {
+  if (text == nullptr) {
+    LINE_ID_ERROR("uplink_type is NULL, failed(%d).\r\n", LINE_ID_ERR_NULL);
+    return LINE_ID_ERR_NULL;
+  }
+  write_instance(oltid, 'u', text);
+  return LINE_ID_OK;
+}
+
+int32_t line_id_set_param_hostname(uint8_t oltid, const char* text) {
+  if (text != nullptr) write_instance(oltid, 'H', text);
+  return LINE_ID_OK;
+}
+
+int32_t line_id_set_init_param() {
+  if (const int32_t ret = line_id_init_params(); ret != LINE_ID_OK) return ret;
+  if (g_device_if.param_provider == nullptr) return LINE_ID_OK;
+  g_line_id_param_set = static_cast<uint16_t>(LINE_ID_ALL_SETS);
+  return g_device_if.param_provider(PROVIDER_START, line_id_param_write_inf, nullptr);
+}
+
+int32_t line_id_param_proc(int32_t set, line_id_inf_info* info) {
+  line_id_reset_params(set);
+  if (!line_id_is_param_set(set)) return LINE_ID_ERR; // 36 would write every subscriber's set
+  g_line_id_param_set = static_cast<uint16_t>(set);
+  if (g_device_if.param_provider == nullptr) return LINE_ID_OK;
+  const int32_t ret = g_device_if.param_provider(PROVIDER_FRAME, line_id_param_write_inf, info);
+  if (ret != LINE_ID_OK || info == nullptr || info->pkt_info_ptr == nullptr) return ret;
+  // Sets that the frame's identifiers may now be printed from; they still hold another subscriber's letters.
+  for (const int32_t oltid : {set / 4, int32_t{line_id_info_oltid(info)}}) {
+    const int32_t target = oltid * 4 + info->pkt_info_ptr->packet_type - 1;
+    if (target != set && line_id_is_param_set(target)) copy_line_letters(set, target);
+  }
+  return ret;
+}
+
+int line_id_param_write_inf(int letter, const char* text, int, int flag) {
+  const bool all = g_line_id_param_set == LINE_ID_ALL_SETS;
+  const int32_t first = all ? 0 : g_line_id_param_set;
+  const int32_t last = all ? LINE_ID_ALL_SETS - 1 : first;
+  for (int32_t set = first; set <= last; ++set) {
+    line_id_write_param(set, letter, text, flag != PARAM_FREE ? PARAM_SET : PARAM_FREE);
+  }
+  return LINE_ID_OK;
+}
+
+std::array<char, LINE_ID_DECIMAL_SIZE> line_id_decimal_text(int32_t value) {
+  std::array<char, LINE_ID_DECIMAL_SIZE> text = {};
+  std::to_chars(text.data(), text.data() + text.size() - 1, value);
+  return text;
+}
+
+std::array<char, LINE_ID_MAC_TEXT_SIZE> line_id_mac_text(const uint8_t* mac) {
+  constexpr char DIGITS[] = "0123456789abcdef";
+  std::array<char, LINE_ID_MAC_TEXT_SIZE> text = {};
+  for (size_t i = 0; i < 6; ++i) {
+    text[2 * i] = DIGITS[mac[i] >> 4];
+    text[2 * i + 1] = DIGITS[mac[i] & 0x0F];
+  }
+  return text;
+}
+
+void line_id_printf_mac(const uint8_t* mac) { std::fputs(line_id_mac_text(mac).data(), stdout); }

@@ -1,0 +1,101 @@
+// The parameter table: the current text of every letter, separately for each parameter set.
+//
+// A set is instance x {DHCPv4, DHCPv6, PPPoE, spare}: 0 to 35. Letters are A to Z and a to z; all else is refused
+// before it indexes anything. Device-wide letters live from frame to frame; the others are emptied and written anew for
+// each frame; a pinned letter is the operator's until it is released.
+//
+// The worker, and start-up before the worker runs. There is no lock.
+#pragma once
+
+#include "core/records.h"
+
+#include <array>
+
+constexpr int32_t LINE_ID_ALL_SETS = LINE_ID_PARAM_SETS; // the provider's target at start-up
+constexpr uint32_t LINE_ID_PARAM_SLOTS = 60;             // 'A' and the 59 characters behind it
+constexpr uint32_t LINE_ID_PARAM_LEN = LINE_ID_TEXT_SIZE - 1;
+constexpr char LINE_ID_DEVICE_LETTERS[] = "arfOLSuBzH"; // spared by the reset for each frame
+
+enum line_id_param_flag : int8_t {
+  PARAM_FREE = 0,   // not set: reverse parsing may fill it, though it may have a text
+  PARAM_SET = 1,    // by the agent
+  PARAM_PINNED = 2, // by the operator
+};
+
+// The texts, each a buffer of LINE_ID_TEXT_SIZE octets or null, and their flags. Written only through the functions
+// below.
+extern char* g_lineid_params[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
+extern int8_t g_params_flag[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
+
+// The set that the provider's write callback fills; 36 means all.
+extern uint16_t g_line_id_param_set;
+
+inline bool line_id_is_param_set(int32_t set) { return static_cast<uint32_t>(set) < LINE_ID_PARAM_SETS; }
+
+// The slot of a letter, or -1.
+constexpr int32_t line_id_param_slot(int32_t letter) {
+  const bool is_letter = (letter >= 'A' && letter <= 'Z') || (letter >= 'a' && letter <= 'z');
+  return is_letter ? letter - 'A' : -1;
+}
+
+// ---- one letter of one set
+//
+// line_id_init_params and line_id_write_param are declared in include/line_id.h.
+
+// In decimal. 0; -1 set or letter, -113 pinned.
+int32_t line_id_write_param_int(int32_t set, int32_t letter, int32_t value, int32_t flag);
+
+// Pin a letter, whatever its flag. 0, or -1 for a set, a letter or an absent text.
+int32_t line_id_write_param_force(int32_t set, int32_t letter, const char* text);
+int32_t line_id_write_param_int_force(int32_t set, int32_t letter, int32_t value);
+
+// The flag alone; the text stays.
+void line_id_set_param_flag(int32_t set, int32_t letter, int32_t flag);
+
+// Install a buffer of LINE_ID_TEXT_SIZE octets from malloc or calloc, which the table then owns; the former buffer is
+// freed. A refused buffer stays the caller's.
+void line_id_set_param(int32_t set, int32_t letter, char* buffer);
+
+// 1 when the slot has a buffer, else 0.
+int32_t line_id_param_allocated(int32_t set, int32_t letter);
+
+// The text, "" when there is none; valid until the letter is written again.
+const char* line_id_get_param_text(int32_t set, int32_t letter);
+
+void line_id_print_param(int32_t set, int32_t letter);
+
+// ---- one set
+
+// Empty the letters of a line: all but the device-wide and the pinned ones.
+void line_id_reset_params(int32_t set);
+
+// ---- the device-wide letters of an instance, in its four sets. 0; -9 for an absent MAC or uplink type.
+
+int32_t line_id_set_param_ani(uint8_t oltid, const char* text);
+int32_t line_id_set_param_rack_no(uint8_t oltid, int16_t value);
+int32_t line_id_set_param_frame_no(uint8_t oltid, int16_t value);
+int32_t line_id_set_param_manage_ip(uint8_t oltid, uint32_t address); // host order
+int32_t line_id_set_param_corecard_inner_mac(uint8_t oltid, const uint8_t* mac);
+int32_t line_id_set_param_uplink_type(uint8_t oltid, const char* text);
+int32_t line_id_set_param_hostname(uint8_t oltid, const char* text);
+
+// ---- the provider
+
+// Start-up: create or empty the table, then the provider's pass over all sets. 0 or negative.
+int32_t line_id_set_init_param();
+
+// Empty a set and have the provider fill it for a frame: its result, 0 without one, -1 for a bad set. When a hook
+// changed the frame's instance or packet type, the sets that belong to these get the letters of the line too.
+int32_t line_id_param_proc(int32_t set, line_id_inf_info* info);
+
+// The provider's write callback: into g_line_id_param_set. The length is not used; any flag but 0 counts as 1, so that
+// no hook can pin one subscriber's text for all others. Always 0.
+int line_id_param_write_inf(int letter, const char* text, int length, int flag);
+
+// ---- texts of numbers, and of MAC addresses as 12 lower-case hexadecimal digits
+
+constexpr uint32_t LINE_ID_DECIMAL_SIZE = 12;
+constexpr uint32_t LINE_ID_MAC_TEXT_SIZE = 13;
+std::array<char, LINE_ID_DECIMAL_SIZE> line_id_decimal_text(int32_t value);
+std::array<char, LINE_ID_MAC_TEXT_SIZE> line_id_mac_text(const uint8_t* mac);
+void line_id_printf_mac(const uint8_t* mac);

@@ -1,0 +1,186 @@
+// The pool of packet units.
+#include "packet/pool.h"
+
+#include "core/log.h"
+
+#include <cstdint>
+#include <memory>
+#include <new>
+
+uint32_t g_line_id_buf_pool_num = 1000;
+std::atomic<line_id_buf_pool*> g_line_id_pkt_pool{nullptr};
+pal_sem g_line_id_pkt_sem;
+
+namespace {
+
+constexpr int32_t ALLOC_TICKS = 5; // a trap thread of the host is not held up for longer
+
+// Units of g_line_id_pkt_pool; written before the pool is published.
+uint32_t g_pool_units = 0;
+
+uint8_t queued_state(uint16_t kind) { return static_cast<uint8_t>(UNIT_QUEUED + kind); }
+
+void push_freed(line_id_buf_pool& pool, line_id_unit* unit) {
+  unit->next = pool.freed_list;
+  if (pool.freed_list != nullptr) pool.freed_list->prev = unit;
+  pool.freed_list = unit;
+}
+
+line_id_unit* pop_freed(line_id_buf_pool& pool) {
+  line_id_unit* unit = pool.freed_list;
+  pool.freed_list = unit->next;
+  if (pool.freed_list != nullptr) pool.freed_list->prev = nullptr;
+  return unit;
+}
+
+void push_used(line_id_buf_pool& pool, line_id_unit* unit) {
+  unit->next = pool.used_list;
+  if (pool.used_list != nullptr) pool.used_list->prev = unit;
+  pool.used_list = unit;
+  unit->prev = nullptr;
+}
+
+void unlink_used(line_id_buf_pool& pool, line_id_unit* unit) {
+  if (unit->prev != nullptr) {
+    unit->prev->next = unit->next;
+  } else {
+    pool.used_list = unit->next;
+  }
+  if (unit->next != nullptr) unit->next->prev = unit->prev;
+}
+
+void move_to_freed(line_id_buf_pool& pool, line_id_unit* unit) {
+  unlink_used(pool, unit);
+  push_freed(pool, unit);
+}
+
+} // namespace
+
+int32_t line_id_set_line_id_buf_pool_num(uint32_t count) {
+  g_line_id_buf_pool_num = count;
+  return LINE_ID_OK;
+}
+
+int32_t line_id_buf_pool_init(uint32_t count) {
+  if (g_line_id_pkt_pool.load(std::memory_order_acquire) != nullptr) {
+    line_id_buf_pool_reclaim();
+    return LINE_ID_OK;
+  }
+  std::unique_ptr<line_id_buf_pool> pool(new (std::nothrow) line_id_buf_pool{});
+  // ODD: without a descriptor there is no pool, and start-up goes on; every allocation then fails.
+  if (pool == nullptr) return LINE_ID_OK;
+
+  std::unique_ptr<line_id_unit[]> units;
+  std::unique_ptr<line_id_pkt_info[]> records; // one block: a unit and its record live and die together
+  if (uint64_t{count} * sizeof(line_id_unit) <= PTRDIFF_MAX) {
+    units.reset(new (std::nothrow) line_id_unit[count]);
+    if (units != nullptr) records.reset(new (std::nothrow) line_id_pkt_info[count]{});
+  }
+  if (records == nullptr) {
+    LINE_ID_WARN(LOG_GENERAL, "line_id_buf_pool_init malloc failed(%d).\r\n", LINE_ID_ERR_MALLOC);
+    return LINE_ID_ERR_MALLOC;
+  }
+  for (uint32_t i = 0; i < count; ++i) {
+    units[i].length = 0;
+    units[i].pkt_info_ptr = &records[i];
+    units[i].prev = nullptr;
+    units[i].state.store(UNIT_FREE, std::memory_order_relaxed);
+    push_freed(*pool, &units[i]);
+  }
+  if (count > 0) records.release(); // the units' now
+  pool->units = units.release();
+  g_pool_units = count;
+  g_line_id_pkt_pool.store(pool.release(), std::memory_order_release);
+  return LINE_ID_OK;
+}
+
+line_id_unit* line_id_buf_pool_alloc(pal_sem* sem) {
+  // Tested before the semaphore, which is made before the pool: a frame that is too early touches neither.
+  line_id_buf_pool* pool = g_line_id_pkt_pool.load(std::memory_order_acquire);
+  if (pool == nullptr) {
+    LINE_ID_WARN(LOG_GENERAL, "line_id_buf_pool_alloc NULL == pool.\r");
+    return nullptr;
+  }
+  if (pal_sem_take(sem, ALLOC_TICKS) != 0) {
+    LINE_ID_INFO(LOG_GENERAL, "can not get sem. \r");
+    return nullptr;
+  }
+  line_id_unit* unit = nullptr;
+  if (pool->freed_list == nullptr) {
+    LINE_ID_WARN(LOG_GENERAL, "line_id_buf_pool_alloc NULL == pool->freed_list.\r");
+  } else {
+    unit = pop_freed(*pool);
+    push_used(*pool, unit);
+    unit->state.store(UNIT_INGRESS, std::memory_order_relaxed);
+  }
+  pal_sem_give(sem);
+  return unit;
+}
+
+int32_t line_id_buf_pool_free(line_id_unit* unit, pal_sem* sem) {
+  if (unit == nullptr) return LINE_ID_OK;
+  const int32_t taken = pal_sem_take(sem, -1);
+  if (taken != 0) {
+    LINE_ID_INFO(LOG_GENERAL, "can not get sem. \r");
+    return taken;
+  }
+  line_id_buf_pool* pool = g_line_id_pkt_pool.load(std::memory_order_acquire);
+  if (pool == nullptr) {
+    LINE_ID_WARN(LOG_GENERAL, "line_id_buf_pool_free NULL == pool.\r");
+  } else if (unit->state.exchange(UNIT_FREE, std::memory_order_acq_rel) == UNIT_FREE) {
+    LINE_ID_WARN(LOG_GENERAL, "line_id_buf_pool_free: the unit is not in use.\r");
+  } else {
+    move_to_freed(*pool, unit);
+  }
+  return pal_sem_give(sem);
+}
+
+uint32_t line_id_buf_pool_handle(const line_id_unit* unit) {
+  const line_id_buf_pool* pool = g_line_id_pkt_pool.load(std::memory_order_acquire);
+  return static_cast<uint32_t>(unit - pool->units) + 1;
+}
+
+void line_id_buf_pool_mark_queued(line_id_unit* unit, uint16_t kind) {
+  unit->state.store(queued_state(kind), std::memory_order_release);
+}
+
+bool line_id_buf_pool_unmark_queued(line_id_unit* unit, uint16_t kind) {
+  uint8_t expected = queued_state(kind);
+  return unit->state.compare_exchange_strong(expected, UNIT_INGRESS, std::memory_order_acq_rel);
+}
+
+line_id_unit* line_id_buf_pool_take_queued(uint32_t handle, uint16_t kind) {
+  line_id_buf_pool* pool = g_line_id_pkt_pool.load(std::memory_order_acquire);
+  if (pool == nullptr || handle == 0 || handle > g_pool_units) return nullptr;
+  if (kind < MSG_DHCPV4 || kind > MSG_PPPOE) return nullptr;
+  line_id_unit* unit = &pool->units[handle - 1];
+  uint8_t expected = queued_state(kind);
+  const bool taken = unit->state.compare_exchange_strong(expected, UNIT_IN_WORK, std::memory_order_acq_rel);
+  return taken ? unit : nullptr;
+}
+
+uint32_t line_id_buf_pool_reclaim() {
+  line_id_buf_pool* pool = g_line_id_pkt_pool.load(std::memory_order_acquire);
+  if (pool == nullptr || pal_sem_take(&g_line_id_pkt_sem, -1) != 0) return 0;
+  uint32_t reclaimed = 0;
+  for (uint32_t i = 0; i < g_pool_units; ++i) {
+    line_id_unit* unit = &pool->units[i];
+    uint8_t state = unit->state.load(std::memory_order_acquire);
+    if (state == UNIT_FREE || state == UNIT_INGRESS) continue;
+    // Fails when an ingress thread takes its unit back at this moment: it then gives it back itself.
+    if (!unit->state.compare_exchange_strong(state, UNIT_FREE, std::memory_order_acq_rel)) continue;
+    move_to_freed(*pool, unit);
+    ++reclaimed;
+  }
+  pal_sem_give(&g_line_id_pkt_sem);
+  return reclaimed;
+}
+
+uint32_t line_id_buf_pool_free_count() {
+  const line_id_buf_pool* pool = g_line_id_pkt_pool.load(std::memory_order_acquire);
+  if (pool == nullptr || pal_sem_take(&g_line_id_pkt_sem, -1) != 0) return 0;
+  uint32_t count = 0;
+  for (const line_id_unit* unit = pool->freed_list; unit != nullptr; unit = unit->next) ++count;
+  pal_sem_give(&g_line_id_pkt_sem);
+  return count;
+}
