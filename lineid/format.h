@@ -1,0 +1,57 @@
+// Templates: their check, expansion, reverse parsing and space alias, and the built-in ones.
+//
+// In a template "%" and a letter stand for the letter's text; "%" and any other character are two literal characters.
+// Texts that may lack a terminator come as views, so that nothing is copied. The worker; the checker and the alias run
+// in any process. line_id_check_format, line_id_print_format and the alias are declared in include/line_id.h.
+#pragma once
+
+#include "include/line_id.h"
+
+#include <cstdint>
+#include <string_view>
+
+constexpr uint32_t LINE_ID_EXPANSION_LEN = 248; // octets an expansion may have
+constexpr uint32_t LINE_ID_ALIAS_LEN = 1024;    // octets the alias conversion reads, and writes
+
+// Indexed by the default standard format type: each adds coordinates on the ONU's side.
+inline constexpr std::string_view CTC_FORMAT[3] = {
+    "0 0/0/0:%s.%c %a/%r/%f/%S/%Y/%p/%m %F",
+    "0 0/0/0:%s.%c %a/%r/%f/%S/%Y/%p/%m %T/%M/%P %F",
+    "0 0/0/0:%s.%c %a/%r/%f/%S/%Y/%p/%m %T/%M/%P:%t/%X/%x %F",
+};
+inline constexpr std::string_view CNC_FORMAT[3] = {
+    "0 0/0/0:%s.%c %B/%a/%r/%f/%S/%L/%Y/%p %m/%n %F",
+    "0 0/0/0:%s.%c %B/%a/%r/%f/%S/%L/%Y/%p %m/%n/%T/%M/%P %F",
+    "0 0/0/0:%s.%c %B/%a/%r/%f/%S/%L/%Y/%p %m/%n/%T/%M/%P:%t/%X/%x %F",
+};
+// Heads for the identifier of an ONU that named itself; [1] when the ONU's logical identity is valid.
+// ODD: three end in a space, the CTC one without a valid identity in "/".
+inline constexpr std::string_view CNC_SPLICE_FORMAT[2] = {
+    "0 0/0/0:%s.%c olt/%a/%r/%f/%S/%L/0/%p ",
+    "0 0/0/0:%s.%c olt/%a/%r/%f/%S/%L/0/%p/%m/ ",
+};
+inline constexpr std::string_view CTC_SPLICE_FORMAT[2] = {
+    "0 0/0/0:%s.%c %a/%r/%f/%S/0/%p/",
+    "0 0/0/0:%s.%c %a/%r/%f/%S/0/%p/%m ",
+};
+
+// A stored template: up to its terminator, or all of its 256 octets.
+inline std::string_view line_id_template_view(const char (&field)[LINE_ID_FORMAT_LEN]) {
+  const std::string_view all(field, LINE_ID_FORMAT_LEN);
+  return all.substr(0, all.find('\0'));
+}
+
+// 0 for a character that may follow a reference (the terminator included), else -1.
+int32_t line_id_check_delimiter(char ch);
+
+// Expand `fmt` with a set's letters into `out`, which holds at least LINE_ID_EXPANSION_LEN octets; no terminator.
+// Octets written, perhaps of a text cut short, or -31 for a bad set.
+int32_t line_id_expand_template(int32_t set, std::string_view fmt, char* out);
+
+// Pick the letters' texts back out of `length` octets of an identifier: fills the letters whose flag is 0, up to 50
+// characters each, and leaves the flags. 0; -160 when the text does not fit (letters found so far stay), -1 for a bad
+// set or without memory.
+int32_t line_id_parse_params(int32_t set, std::string_view fmt, const char* text, uint32_t length);
+
+// Index of the n-th `ch` (from 1) within `len` octets, or -1.
+int32_t line_id_get_pos(const char* buffer, char ch, uint32_t n, uint32_t len);

@@ -1,0 +1,252 @@
+// The parameter provider: asks the host's callbacks for device and line facts and writes them as letters.
+#include <cstring>
+
+#include "core/log.h"
+#include "lineid/hal.h"
+#include "lineid/params.h"
+
+namespace {
+
+constexpr uint8_t MODE_START = 1;
+constexpr uint8_t MODE_FRAME = 2;
+
+struct tech_form {
+  uint8_t form;
+  const char* text; // letter F
+  bool is_kept;     // in the line information; the others leave it as it was
+};
+constexpr tech_form TECH_FORMS[] = {
+    {LINE_ID_FORM_GP, "GP", true}, {LINE_ID_FORM_EP, "EP", false},  {LINE_ID_FORM_XE, "XE", false},
+    {LINE_ID_FORM_XG, "XG", true}, {LINE_ID_FORM_XGS, "XGS", true}, {LINE_ID_FORM_NONE, "", false},
+};
+
+void write_text(line_id_param_write_func write, char letter, const char* text, int flag = PARAM_SET) {
+  write(letter, text, static_cast<int>(std::strlen(text)), flag);
+}
+
+void write_int(line_id_param_write_func write, char letter, int32_t value, int flag = PARAM_SET) {
+  write_text(write, letter, line_id_decimal_text(value).data(), flag);
+}
+
+int32_t write_type_name(line_id_param_write_func write, char letter, int (*get_name)(char*, uint32_t)) {
+  if (get_name == nullptr) return LINE_ID_OK;
+  char name[LINE_ID_TEXT_SIZE] = {};
+  if (get_name(name, sizeof(name)) != 0) return LINE_ID_ERR;
+  name[LINE_ID_PARAM_LEN] = '\0';
+  write_text(write, letter, name);
+  return LINE_ID_OK;
+}
+
+int32_t write_device_names(line_id_param_write_func write) {
+  const line_id_hal_func_table& hal = g_hal_func_obj;
+  LINE_ID_INFO(LOG_DEVICE, "get_access_typename param info: \r");
+  if (write_type_name(write, 'B', hal.get_access_typename) != LINE_ID_OK) return LINE_ID_ERR;
+  LINE_ID_INFO(LOG_DEVICE, "get_card_typename param info: \r");
+  if (write_type_name(write, 'L', hal.get_card_typename) != LINE_ID_OK) return LINE_ID_ERR;
+  LINE_ID_INFO(LOG_DEVICE, "get_olt_card_slot_info param info: \r");
+  if (hal.get_olt_card_slot_info == nullptr) return LINE_ID_OK;
+  uint16_t slot = 0;
+  if (hal.get_olt_card_slot_info(&slot) != 0) return LINE_ID_ERR;
+  write_int(write, 'S', slot);
+  return LINE_ID_OK;
+}
+
+int32_t line_id_write_perm_info_param(line_id_param_write_func write) {
+  const int32_t ret = write_device_names(write);
+  if (ret != LINE_ID_OK) LINE_ID_WARN(LOG_DEVICE, "line_id_write_perm_info_param failed(%d).\r\n", ret);
+  return ret;
+}
+
+int32_t get_slots(uint16_t& olt_slot, line_id_inf_info* info) {
+  const line_id_hal_func_table& hal = g_hal_func_obj;
+  if (hal.get_olt_card_slot_info != nullptr) {
+    const int ret = hal.get_olt_card_slot_info(&olt_slot);
+    if (ret != 0 || olt_slot == 0) {
+      LINE_ID_WARN(LOG_DEVICE, "get_olt_card_slot_info,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+      LINE_ID_WARN(LOG_DEVICE, "olt_slot=%d.\r\n", olt_slot);
+      return LINE_ID_ERR;
+    }
+  }
+  uint16_t slot = 0;
+  uint16_t sub_slot = 0;
+  if (hal.get_onu_card_slot_info != nullptr) {
+    const int ret = hal.get_onu_card_slot_info(&slot, &sub_slot);
+    if (ret != 0 || slot == 0 || sub_slot == 0) {
+      LINE_ID_WARN(LOG_DEVICE, "get_onu_card_slot_info,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+      LINE_ID_WARN(LOG_DEVICE, "onu_slot=%d,onu_sub_slot=%d.\r\n", slot, sub_slot);
+      return LINE_ID_ERR;
+    }
+  }
+  info->olt_slot = static_cast<uint8_t>(olt_slot);
+  info->onu_slot = slot;
+  info->onu_sub_slot = sub_slot;
+  return LINE_ID_OK;
+}
+
+// The ONU's registration; it may correct the frame's ONU and PON numbers.
+int32_t line_id_write_onu_register_info_param(line_id_inf_info* info) {
+  line_id_pkt_info* pkt = info->pkt_info_ptr;
+  line_id_onu_reg_info reg = {};
+  reg.onu_auth = pkt->onu_authno;
+  reg.onu_ponno = pkt->onu_ponno;
+  std::memcpy(reg.onu_id, info->onu.onu_id, sizeof(reg.onu_id));
+  LINE_ID_INFO(LOG_DEVICE, "onu_auth before=%d.onu_ponno before =%d,onu_id before =%s\r\n", reg.onu_auth, reg.onu_ponno,
+               reg.onu_id);
+  if (const int ret = g_hal_func_obj.get_onu_reg_info_by_optional_elem(&reg); ret != 0) return ret;
+  for (char* text : {reg.onu_id, reg.onu_text_n, reg.onu_text_c}) text[LINE_ID_PARAM_LEN] = '\0';
+  info->onu = reg;
+  pkt->onu_authno = reg.onu_auth;
+  pkt->onu_ponno = reg.onu_ponno;
+  LINE_ID_INFO(LOG_DEVICE, "onu_auth after = %d, onu_ponno after = %d, onu_id after = %s, onu_rpc_ponno = %d\r\n",
+               reg.onu_auth, reg.onu_ponno, reg.onu_id, reg.onu_rpc_ponno);
+  LINE_ID_INFO(LOG_DEVICE, "onu_losn_valid_or_invalid = %d.\r\n", reg.onu_losn_valid_or_invalid);
+  return LINE_ID_OK;
+}
+
+// The technology's text, "" without the callback. 0, -1, or -14 for an unknown form.
+int32_t get_tech_text(const char*& text, line_id_inf_info* info) {
+  text = "";
+  const auto get_form = g_hal_func_obj.get_access_device_tech_form;
+  if (get_form == nullptr) return LINE_ID_OK;
+  const line_id_pkt_info* pkt = info->pkt_info_ptr;
+  uint8_t form = 0;
+  const int ret = get_form(pkt->onu_ponno, pkt->onu_authno, &form);
+  if (ret != 0) {
+    LINE_ID_WARN(LOG_DEVICE, "get_access_device_tech_form ,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+    return LINE_ID_ERR;
+  }
+  for (const tech_form& row : TECH_FORMS) {
+    if (row.form != form) continue;
+    text = row.text;
+    if (!row.is_kept) return LINE_ID_OK;
+    info->form = form;
+    LINE_ID_INFO(LOG_DEVICE, "inf_info_ptr->form = %d.\r\n", info->form);
+    return LINE_ID_OK;
+  }
+  LINE_ID_WARN(LOG_DEVICE, "get_access_device_tech_form ,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR_TECH_NORMS);
+  return LINE_ID_ERR_TECH_NORMS;
+}
+
+int32_t line_id_write_onu_port_info_param(line_id_inf_info* info) {
+  line_id_onu_port_info port = {};
+  const int ret = g_hal_func_obj.get_onu_port_info_by_logic_port(info->pkt_info_ptr->onu_portid, &port);
+  if (ret == 0) info->port = port;
+  return ret;
+}
+
+int32_t write_port_letters(line_id_param_write_func write, line_id_inf_info* info) {
+  if (g_hal_func_obj.get_onu_port_info_by_logic_port == nullptr) return LINE_ID_OK;
+  if (const int32_t ret = line_id_write_onu_port_info_param(info); ret != 0) {
+    LINE_ID_WARN(LOG_DEVICE, "line_id_write_onu_port_info_param ,ret_val(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+    return LINE_ID_ERR;
+  }
+  switch (info->port.port_type) {
+  case LINE_ID_PORT_ATM:
+    write_text(write, 't', "atm");
+    write_int(write, 'X', info->port.circuit_x);
+    write_int(write, 'x', info->port.circuit_y);
+    return LINE_ID_OK;
+  case LINE_ID_PORT_ETH:
+    write_text(write, 't', "eth");
+    write_int(write, 'X', info->pkt_info_ptr->svlan);
+    write_int(write, 'x', info->pkt_info_ptr->cvlan);
+    return LINE_ID_OK;
+  default: LINE_ID_WARN(LOG_DEVICE, "invalid port type ,failed(%d).\r\n", LINE_ID_ERR); return LINE_ID_ERR;
+  }
+}
+
+void write_line_letters(line_id_param_write_func write, const line_id_inf_info* info, uint16_t olt_slot,
+                        const char* tech_text) {
+  const line_id_pkt_info* pkt = info->pkt_info_ptr;
+  // ODD: the port's number replaces the second coordinate that was just written, "0" when nobody filled it.
+  write_int(write, 'x', info->port.number[0] << 8 | info->port.number[1]);
+  write_int(write, 's', pkt->svlan);
+  write_int(write, 'c', pkt->cvlan);
+  write_int(write, 'S', olt_slot);
+  write_int(write, 'T', info->onu_slot);
+  write_int(write, 'M', info->onu_sub_slot);
+  write_text(write, 'F', tech_text);
+  write_text(write, 'h', line_id_mac_text(info->client_mac).data());
+  // ODD: the port number has a text, yet counts as not set, so that a received identifier may replace it.
+  if (pkt->onu_portid != 0) write_int(write, 'P', pkt->onu_portid, PARAM_FREE);
+  write_int(write, 'o', pkt->onu_authno);
+  write_int(write, 'p', info->onu.onu_rpc_ponno);
+  write_int(write, 'g', pkt->onu_gemid);
+  write_text(write, 'n', info->onu.onu_text_n);
+  write_text(write, 'm', info->onu.onu_id);
+  write_text(write, 'C', info->onu.onu_text_c);
+}
+
+int32_t write_frame_facts(line_id_param_write_func write, line_id_inf_info* info) {
+  uint16_t olt_slot = 0;
+  if (get_slots(olt_slot, info) != LINE_ID_OK) return LINE_ID_ERR;
+  if (g_hal_func_obj.get_onu_reg_info_by_optional_elem != nullptr) {
+    if (const int32_t ret = line_id_write_onu_register_info_param(info); ret != LINE_ID_OK) {
+      LINE_ID_WARN(LOG_DEVICE, "line_id_write_onu_register_info_param ,ret_val(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+      return LINE_ID_ERR;
+    }
+  }
+  const char* tech_text = nullptr;
+  if (const int32_t ret = get_tech_text(tech_text, info); ret != LINE_ID_OK) return ret;
+  if (write_port_letters(write, info) != LINE_ID_OK) return LINE_ID_ERR;
+  write_line_letters(write, info, olt_slot, tech_text);
+  return LINE_ID_OK;
+}
+
+// The host's hook sees, and may change, the frame's facts; at start-up a zeroed record.
+int32_t call_hook(uint8_t mode, line_id_param_write_func write, line_id_inf_info* info) {
+  const line_id_param_custom_func hook = g_line_id_hal_param_custom_if.load(std::memory_order_acquire);
+  if (hook == nullptr) return LINE_ID_OK;
+  line_id_pkt_property property = {};
+  int32_t ret = info != nullptr ? line_id_get_pkt_propety_by_inf_info(&property, info) : LINE_ID_OK;
+  if (ret != LINE_ID_OK) {
+    LINE_ID_WARN(LOG_DEVICE, "line_id_get_pkt_propety_by_inf_info ,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+    return LINE_ID_ERR;
+  }
+  ret = hook(mode, write, &property);
+  if (ret != 0) {
+    LINE_ID_WARN(LOG_DEVICE, "g_line_id_hal_param_custom_if ,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+    return LINE_ID_ERR;
+  }
+  if (info == nullptr) return LINE_ID_OK;
+  ret = line_id_set_inf_info_by_pkt_propety(&property, info);
+  if (ret != LINE_ID_OK) {
+    LINE_ID_WARN(LOG_DEVICE, "line_id_set_inf_info_by_pkt_propety ,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+    return LINE_ID_ERR;
+  }
+  line_id_take_vlan_profiles(info);
+  return LINE_ID_OK;
+}
+
+} // namespace
+
+void line_id_take_vlan_profiles(line_id_inf_info* info) {
+  const line_id_pkt_info* pkt = info->pkt_info_ptr;
+  // For DHCPv6 these octets are left over from the unit's previous frame.
+  const bool counts = pkt->packet_type != LINE_ID_DHCPV6;
+  const auto profile = [pkt, counts](uint32_t at) {
+    const uint8_t number = pkt->reserved[at];
+    return counts && number <= LINE_ID_VLAN_PROFILES ? number : uint8_t{0};
+  };
+  info->profile_flag = counts ? pkt->reserved[LINE_ID_EXT_PROFILE_FLAG] : uint8_t{0};
+  info->cid = profile(LINE_ID_EXT_CID);
+  info->rid = profile(LINE_ID_EXT_RID);
+}
+
+int32_t line_id_hal_param_func(uint8_t mode, line_id_param_write_func write, line_id_inf_info* info) {
+  const bool is_start = mode == MODE_START;
+  const bool has_frame = info != nullptr && info->pkt_info_ptr != nullptr;
+  if (!line_id_hal_is_registered() || write == nullptr || (mode == MODE_FRAME && !has_frame)) {
+    LINE_ID_WARN(LOG_DEVICE, "line_id_hal_param_func failed(%d).\r\n", LINE_ID_ERR_NULL);
+    return LINE_ID_ERR_NULL;
+  }
+  if (is_start) {
+    if (const int32_t ret = line_id_write_perm_info_param(write); ret != LINE_ID_OK) {
+      LINE_ID_WARN(LOG_DEVICE, "line_id_hal_param_func ,ret_val(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+      return LINE_ID_ERR;
+    }
+  } else if (mode == MODE_FRAME) {
+    if (const int32_t ret = write_frame_facts(write, info); ret != LINE_ID_OK) return ret;
+  }
+  return call_hook(mode, write, is_start ? nullptr : info);
+}

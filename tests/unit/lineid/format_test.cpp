@@ -1,0 +1,220 @@
+// Templates: check, expansion, reverse parsing, alias.
+#include "lineid/format.h"
+#include "tests/unit/lineid/lineid_test.h"
+
+#include <memory>
+
+namespace {
+
+using format_test = lineid_test;
+using namespace std::string_literals;
+
+std::string expand(int32_t set, const std::string& fmt) {
+  char out[256] = {};
+  const int32_t len = line_id_print_format(set, fmt.c_str(), out);
+  return len >= 0 ? std::string(out, static_cast<size_t>(len)) : std::to_string(len);
+}
+
+TEST_F(format_test, the_checker_wants_a_delimiter_behind_each_reference) {
+  const struct {
+    const char* fmt;
+    int32_t result;
+  } rows[] = {{"", 0},
+              {"plain", 0},
+              {"%a", 0},
+              {"%a ", 0},
+              {"%a_", 0},
+              {"%a %b", 0},
+              {"x%", 0},
+              {"%", 0},
+              {"%_", 0},
+              {"%%", 0},
+              {"%1a", 0},
+              {"%a%_", -161},
+              {"%a%b", -161},
+              {"%ab", -161},
+              {"%a,", -161},
+              {"%a b%cd", -161},
+              {"%%ab", -161},
+              {"%%a b", 0},
+              {"%a.%b/%c:%d;%e[%f]%g{%h}%i<%j>%k(%l)%m-%n_%o", 0},
+              {"%a\x80", -161}};
+  for (const auto& row : rows) EXPECT_EQ(line_id_check_format(row.fmt), row.result) << row.fmt;
+  EXPECT_EQ(line_id_check_format(nullptr), -161);
+  EXPECT_EQ(line_id_check_delimiter('\0'), 0);
+}
+
+TEST_F(format_test, expansion_copies_literals_and_puts_texts_in) {
+  fill(7);
+  line_id_write_param(7, 'b', "", 1);
+  line_id_write_param(7, 'd', "flag 0", 0);
+  const struct {
+    const char* fmt;
+    std::string text;
+  } rows[] = {
+      {"", ""},        {"a b", "a b"},     {"%a", "an1"},     {"%a%m!", "an1ONU42!"}, {"<%Y>", "<0>"},
+      {"%b", "0"},     {"%d", "flag 0"},   {"%%a", "%%a"},    {"%_%_", "%_%_"},       {"%1%[", "%1%["},
+      {"x%", "x%\0"s}, {"%a%", "an1%\0"s}, {"%%%", "%%%\0"s},
+  };
+  for (const auto& row : rows) EXPECT_EQ(expand(7, row.fmt), row.text) << row.fmt;
+  EXPECT_EQ(expand(6, "%a"), "0");
+}
+
+TEST_F(format_test, expansion_stops_at_248_octets) {
+  const std::string fifty(50, 'v');
+  line_id_write_param(0, 'm', fifty.c_str(), 1);
+  const auto lit = [](size_t n) { return std::string(n, '.'); };
+  const struct {
+    std::string fmt;
+    std::string text;
+  } rows[] = {
+      {lit(300), lit(248)},
+      {lit(198) + "%m", lit(198) + fifty},
+      {lit(198) + "%m%Y", lit(198) + fifty},
+      {lit(199) + "%m", lit(199)},
+      {lit(199) + "%m tail", lit(199)}, // a value is never cut, and nothing follows it
+      {lit(247) + "%Y.", lit(247) + "0"},
+      {lit(246) + "%%", lit(246) + "%%"},
+      {lit(247) + "%%", lit(247)},
+      {lit(246) + "%", lit(246) + "%\0"s},
+      {lit(247) + "%", lit(247)},
+      {"%m%m%m%m%m%Y", fifty + fifty + fifty + fifty},
+  };
+  for (const auto& row : rows) EXPECT_EQ(expand(0, row.fmt), row.text) << row.fmt;
+  char exact[248];
+  EXPECT_EQ(line_id_expand_template(0, lit(300), exact), 248);
+}
+
+TEST_F(format_test, expansion_refuses_null_and_bad_sets) {
+  char out[256] = {};
+  EXPECT_EQ(line_id_print_format(0, nullptr, out), -9);
+  EXPECT_EQ(line_id_print_format(0, "", nullptr), -9);
+  EXPECT_EQ(line_id_print_format(-1, "", out), -31);
+  EXPECT_EQ(line_id_print_format(36, "", out), -31);
+}
+
+TEST_F(format_test, a_stored_template_may_fill_its_field) {
+  const std::unique_ptr<char[][256]> field(new char[1][256]);
+  std::memset(field[0], '.', 256);
+  std::memcpy(field[0] + 254, "%a", 2);
+  EXPECT_EQ(line_id_template_view(field[0]).size(), 256U);
+  field[0][3] = '\0';
+  EXPECT_EQ(line_id_template_view(field[0]), "...");
+}
+
+TEST_F(format_test, parsing_picks_the_free_letters_out_of_a_text) {
+  const std::string fifty(50, 'w');
+  // `set` letters have the flag 1 and the text "S".
+  const struct {
+    const char* fmt;
+    std::string text;
+    const char* set;
+    int32_t result;
+    std::string found; // of the letters s, c, a in this order
+  } rows[] = {
+      {"0 0/0/0:%s.%c %a", "0 0/0/0:10.20 x", "", 0, "10|20|x"},
+      {"0 0/0/0:%s.%c %a", "0 0/0/0:10.20 x", "c", 0, "10|S|x"},
+      {"0 0/0/0:%s.%c %a", "0 0/0/0:10.20 x", "sca", 0, "S|S|S"},
+      {"0 0/0/0:%s.%c %a", "0 0/0/1:10.20 x", "", -160, "||"},
+      {"%s.%c-%a", "10.20+x", "", -160, "10|20+x|"},
+      {"%s.%c-%a", "10.20+x", "c", -160, "10|S|"},
+      {"%s.x", "10.y", "", -160, "10||"}, // what was found stays
+      {"%s.", "10.", "", 0, "10||"},
+      {"%s.", "10", "", -160, "10||"},
+      {"%s.", "10", "s", -160, "S||"},
+      {"%s.%c", "10.", "", 0, "10||"},
+      {"%s.%c", "", "", -160, "||"},
+      {"%s", "", "", 0, "||"},
+      {"ab", "a", "", -160, "||"},
+      {"a", "abc", "", 0, "||"},
+      {"%s tail", "10 tai", "", -160, "10||"},
+      {"%s", fifty + "z", "", 0, fifty + "||"},
+      {"%s.%c", fifty + "zz.9", "", 0, fifty + "|9|"},
+      {"%%s", "%x", "", 0, "x||"}, // the second "%" is a reference here
+      {"%_", "%_", "", 0, "||"},
+      {"%_", "x_", "", -160, "||"},
+      {"x%", "x", "", 0, "||"},
+      {"%s%c", "10%c", "", 0, "10||"},
+      {"%s", "1\0"s + "2", "", 0, "1||"},
+      {"", "anything", "", 0, "||"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.fmt) + " <- " + row.text);
+    line_id_init_params();
+    for (const char* letter = row.set; *letter != '\0'; ++letter) line_id_write_param(11, *letter, "S", 1);
+    const std::unique_ptr<char[]> exact(new char[row.text.size()]);
+    std::memcpy(exact.get(), row.text.data(), row.text.size());
+    EXPECT_EQ(line_id_parse_params(11, row.fmt, exact.get(), static_cast<uint32_t>(row.text.size())), row.result);
+    std::string found;
+    for (const char letter : {'s', 'c', 'a'}) found += line_id_get_param_text(11, letter) + "|"s;
+    found.pop_back();
+    EXPECT_EQ(found, row.found);
+    EXPECT_EQ(g_params_flag[11]['s' - 'A'], std::string(row.set).starts_with('s') ? 1 : 0);
+  }
+  EXPECT_EQ(line_id_parse_params(36, "%s", "1", 1), -1);
+}
+
+TEST_F(format_test, a_letter_written_with_flag_0_or_an_empty_text_and_parsing) {
+  line_id_write_param(0, 'P', "7", 0);
+  line_id_write_param(0, 'm', "", 1);
+  EXPECT_EQ(line_id_parse_params(0, "%P/%m", "99/x", 4), 0);
+  EXPECT_STREQ(line_id_get_param_text(0, 'P'), "99");
+  EXPECT_STREQ(line_id_get_param_text(0, 'm'), "");
+}
+
+TEST_F(format_test, parsing_gives_a_slot_without_buffer_one) {
+  line_id_set_param(0, 's', nullptr);
+  EXPECT_EQ(line_id_parse_params(0, "%s", "10", 2), 0);
+  EXPECT_STREQ(line_id_get_param_text(0, 's'), "10");
+  line_id_set_param(0, 's', nullptr);
+}
+
+TEST_F(format_test, the_nth_occurrence_is_found_within_the_length) {
+  EXPECT_EQ(line_id_get_pos("a/b/c/", '/', 1, 6), 1);
+  EXPECT_EQ(line_id_get_pos("a/b/c/", '/', 3, 6), 5);
+  EXPECT_EQ(line_id_get_pos("a/b/c/", '/', 3, 5), -1);
+  EXPECT_EQ(line_id_get_pos("a/b/c/", '/', 4, 6), -1);
+}
+
+TEST_F(format_test, spaces_travel_as_an_alias) {
+  const struct {
+    std::string alias;
+    std::string spaces;
+    std::string alias_again;
+  } rows[] = {
+      {"a%_b", "a b", "a%_b"}, {"%_%_", "  ", "%_%_"}, {"%a%_%b", "%a %b", "%a%_%b"},
+      {"%%_", "%%_", "%%_"},   {"x%", "x%", "x%"},     {"a b", "a b", "a%_b"},
+  };
+  for (const auto& row : rows) {
+    char out[64] = {};
+    EXPECT_EQ(std::string(out, static_cast<size_t>(line_id_alias_to_space(row.alias.c_str(), out))), row.spaces);
+    char back[64] = {};
+    EXPECT_EQ(std::string(back, static_cast<size_t>(line_id_space_to_alias(row.spaces.c_str(), back))),
+              row.alias_again);
+  }
+  EXPECT_EQ(line_id_alias_to_space(nullptr, nullptr), -9);
+  EXPECT_EQ(line_id_space_to_alias(nullptr, nullptr), -9);
+}
+
+TEST_F(format_test, the_alias_stays_within_1024_octets) {
+  const struct {
+    std::string in;
+    size_t len;
+    char last;
+  } rows[] = {
+      {std::string(1024, 'x'), 1024, 'x'},
+      {std::string(1023, 'x') + "%y", 1024, '%'}, // a pair that does not fit is cut
+      {std::string(1023, 'x') + "%_", 1024, '%'},
+      {std::string(1022, 'x') + "%_", 1023, ' '},
+      {std::string(1022, 'x') + "%_z", 1023, ' '}, // 1024 octets are consumed
+  };
+  for (const auto& row : rows) {
+    const std::unique_ptr<char[]> in(new char[1024]); // as much as may be read
+    std::memcpy(in.get(), row.in.data(), 1024);
+    const std::unique_ptr<char[]> out(new char[1024]);
+    ASSERT_EQ(line_id_alias_to_space(in.get(), out.get()), static_cast<int32_t>(row.len));
+    EXPECT_EQ(out[row.len - 1], row.last);
+  }
+}
+
+} // namespace
