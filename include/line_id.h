@@ -40,16 +40,16 @@ extern "C" {
 
 #define LINE_ID_VERSION "1.0.0"
 
-#define LINE_ID_INSTANCES 9            /* configuration instances, `oltid` 0 to 8 */
-#define LINE_ID_MAX_FRAME_LEN 1534     /* octets: the longest frame the receive calls take */
-#define LINE_ID_FORMAT_LEN 256         /* octets of a stored template, NUL-padded, perhaps without terminator */
-#define LINE_ID_ANI_LEN 50             /* octets of an access node identifier */
-#define LINE_ID_UPLINK_LEN 32          /* octets of an uplink type */
-#define LINE_ID_HOSTNAME_LEN 64        /* octets of a host name */
-#define LINE_ID_TEXT_SIZE 51           /* octets of a parameter text: 50 characters and a terminator */
-#define LINE_ID_WHITE_LIST_TYPES 32    /* ONU types in the white list */
-#define LINE_ID_VLAN_PROFILES 64       /* usable VLAN profiles, numbered 1 to 64 */
-#define LINE_ID_DEFAULT_QUEUE_KEY 95   /* key of the message queue when the host names none */
+#define LINE_ID_INSTANCES 9          /* configuration instances, `oltid` 0 to 8 */
+#define LINE_ID_MAX_FRAME_LEN 1534   /* octets: the longest frame the receive calls take */
+#define LINE_ID_FORMAT_LEN 256       /* octets of a stored template, NUL-padded, perhaps without terminator */
+#define LINE_ID_ANI_LEN 50           /* octets of an access node identifier */
+#define LINE_ID_UPLINK_LEN 32        /* octets of an uplink type */
+#define LINE_ID_HOSTNAME_LEN 64      /* octets of a host name */
+#define LINE_ID_TEXT_SIZE 51         /* octets of a parameter text: 50 characters and a terminator */
+#define LINE_ID_WHITE_LIST_TYPES 32  /* ONU types in the white list */
+#define LINE_ID_VLAN_PROFILES 64     /* usable VLAN profiles, numbered 1 to 64 */
+#define LINE_ID_DEFAULT_QUEUE_KEY 95 /* key of the message queue when the host names none */
 
 /* Direction of a frame. */
 #define LINE_ID_UPSTREAM 1   /* from the subscriber */
@@ -81,46 +81,46 @@ extern "C" {
 /* Result codes. A start-up step replaces an inner code by its own. */
 enum line_id_result {
   LINE_ID_OK = 0,
-  LINE_ID_ERR = -1,                     /* a supporting step failed */
-  LINE_ID_ERR_NO_HANDLER = -2,          /* a protocol processor or registered interface is absent */
-  LINE_ID_ERR_BINDING = -4,             /* binding entry could not be added */
-  LINE_ID_ERR_NULL = -9,                /* a required pointer is null */
-  LINE_ID_ERR_RANGE = -10,              /* client call: value out of range, nothing sent */
-  LINE_ID_ERR_FORMAT_TYPE = -11,        /* client call: line-ID format type out of range */
-  LINE_ID_ERR_CUST_MODE = -13,          /* customer mode out of range */
-  LINE_ID_ERR_TECH_NORMS = -14,         /* access technology out of range */
-  LINE_ID_ERR_HAL_ONU_PORT = -15,       /* HAL table lacks get_onu_port_info_by_logic_port */
-  LINE_ID_ERR_HAL_REG = -16,            /* HAL registration failed */
-  LINE_ID_ERR_CFG_INIT = -17,           /* configuration data initialisation failed */
-  LINE_ID_ERR_SHARE_SEM = -18,          /* client start: semaphores */
-  LINE_ID_ERR_SHARE_MEM = -19,          /* start: shared memory */
-  LINE_ID_ERR_SHARE_QUEUE = -20,        /* client start: message queue */
-  LINE_ID_ERR_SEND_MSG = -21,           /* posting on the message queue failed */
-  LINE_ID_ERR_NO_AREA = -22,            /* the command area could not be had */
-  LINE_ID_ERR_REPLY_CODE = -23,         /* the reply carries another command code */
-  LINE_ID_ERR_REPLY_LEN = -24,          /* the reply carries another length */
-  LINE_ID_ERR_SET_MUTEX = -25,          /* client: the set-side mutex could not be taken */
-  LINE_ID_ERR_GET_MUTEX = -27,          /* client: the get-side mutex could not be taken */
-  LINE_ID_ERR_LEVEL = -31,              /* debug level out of range; format printing; white list too long */
-  LINE_ID_ERR_WHITE_LIST = -32,         /* white-list parameter */
-  LINE_ID_ERR_REG = -33,                /* registration value out of range */
-  LINE_ID_ERR_STD_FORMAT = -34,         /* default standard format type out of range */
-  LINE_ID_ERR_UP_POLICY = -35,          /* upstream policy out of range */
-  LINE_ID_ERR_STRIP = -36,              /* downstream strip setting out of range */
-  LINE_ID_ERR_EXCEPTION_POLICY = -37,   /* packet exception policy out of range */
-  LINE_ID_ERR_SHARED_MEM_POLICY = -38,  /* cross-process setting out of range */
-  LINE_ID_ERR_OPTION = -39,             /* agents: the rebuilt frame grows too long */
-  LINE_ID_ERR_LENGTH = -40,             /* packet length invalid */
-  LINE_ID_ERR_DIRECT = -41,             /* packet direction invalid */
-  LINE_ID_ERR_NOT_INIT = -42,           /* packet before data initialisation */
-  LINE_ID_ERR_PPPOE_HEADER = -44,       /* PPPoE header invalid on ingress */
-  LINE_ID_ERR_POOL = -45,               /* packet pool: initialisation failed or no unit free */
-  LINE_ID_ERR_STEP_OPTION82 = -46,      /* start-up, enables, in step order */
+  LINE_ID_ERR = -1,                    /* a supporting step failed */
+  LINE_ID_ERR_NO_HANDLER = -2,         /* a protocol processor or registered interface is absent */
+  LINE_ID_ERR_BINDING = -4,            /* binding entry could not be added */
+  LINE_ID_ERR_NULL = -9,               /* a required pointer is null */
+  LINE_ID_ERR_RANGE = -10,             /* client call: value out of range, nothing sent */
+  LINE_ID_ERR_FORMAT_TYPE = -11,       /* client call: line-ID format type out of range */
+  LINE_ID_ERR_CUST_MODE = -13,         /* customer mode out of range */
+  LINE_ID_ERR_TECH_NORMS = -14,        /* access technology out of range */
+  LINE_ID_ERR_HAL_ONU_PORT = -15,      /* HAL table lacks get_onu_port_info_by_logic_port */
+  LINE_ID_ERR_HAL_REG = -16,           /* HAL registration failed */
+  LINE_ID_ERR_CFG_INIT = -17,          /* configuration data initialisation failed */
+  LINE_ID_ERR_SHARE_SEM = -18,         /* client start: semaphores */
+  LINE_ID_ERR_SHARE_MEM = -19,         /* start: shared memory */
+  LINE_ID_ERR_SHARE_QUEUE = -20,       /* client start: message queue */
+  LINE_ID_ERR_SEND_MSG = -21,          /* posting on the message queue failed */
+  LINE_ID_ERR_NO_AREA = -22,           /* the command area could not be had */
+  LINE_ID_ERR_REPLY_CODE = -23,        /* the reply carries another command code */
+  LINE_ID_ERR_REPLY_LEN = -24,         /* the reply carries another length */
+  LINE_ID_ERR_SET_MUTEX = -25,         /* client: the set-side mutex could not be taken */
+  LINE_ID_ERR_GET_MUTEX = -27,         /* client: the get-side mutex could not be taken */
+  LINE_ID_ERR_LEVEL = -31,             /* debug level out of range; format printing; white list too long */
+  LINE_ID_ERR_WHITE_LIST = -32,        /* white-list parameter */
+  LINE_ID_ERR_REG = -33,               /* registration value out of range */
+  LINE_ID_ERR_STD_FORMAT = -34,        /* default standard format type out of range */
+  LINE_ID_ERR_UP_POLICY = -35,         /* upstream policy out of range */
+  LINE_ID_ERR_STRIP = -36,             /* downstream strip setting out of range */
+  LINE_ID_ERR_EXCEPTION_POLICY = -37,  /* packet exception policy out of range */
+  LINE_ID_ERR_SHARED_MEM_POLICY = -38, /* cross-process setting out of range */
+  LINE_ID_ERR_OPTION = -39,            /* agents: the rebuilt frame grows too long */
+  LINE_ID_ERR_LENGTH = -40,            /* packet length invalid */
+  LINE_ID_ERR_DIRECT = -41,            /* packet direction invalid */
+  LINE_ID_ERR_NOT_INIT = -42,          /* packet before data initialisation */
+  LINE_ID_ERR_PPPOE_HEADER = -44,      /* PPPoE header invalid on ingress */
+  LINE_ID_ERR_POOL = -45,              /* packet pool: initialisation failed or no unit free */
+  LINE_ID_ERR_STEP_OPTION82 = -46,     /* start-up, enables, in step order */
   LINE_ID_ERR_STEP_OPTION18 = -48,
   LINE_ID_ERR_STEP_OPTION37 = -49,
   LINE_ID_ERR_STEP_PPPOE_PLUS = -50,
   LINE_ID_ERR_STEP_CIRCUITID = -51,
-  LINE_ID_ERR_STEP_REMOTEID = -52,      /* also the line-ID format type step */
+  LINE_ID_ERR_STEP_REMOTEID = -52, /* also the line-ID format type step */
   LINE_ID_ERR_STEP_DHCPV4_DEBUG = -53,
   LINE_ID_ERR_STEP_DHCPV6_DEBUG = -54,
   LINE_ID_ERR_STEP_PPPOE_DEBUG = -55,
@@ -130,59 +130,60 @@ enum line_id_result {
   LINE_ID_ERR_STEP_CIRCUIT_FORMAT = -59,
   LINE_ID_ERR_STEP_REMOTE_FORMAT = -60,
   LINE_ID_ERR_STEP_OPTION37_FORMAT = -61,
-  LINE_ID_ERR_STEP_DHCP_REG = -63,      /* start-up, policies, in step order down to -77 */
+  LINE_ID_ERR_STEP_DHCP_REG = -63, /* start-up, policies, in step order down to -77 */
   LINE_ID_ERR_STEP_CROSS_PROCESS = -77,
-  LINE_ID_ERR_INIT_PARAM = -78,         /* start-up: parameter table */
-  LINE_ID_ERR_INIT_POLICY = -79,        /* start-up: policies */
-  LINE_ID_ERR_INIT_ENABLE = -80,        /* start-up: enables and formats */
-  LINE_ID_ERR_CUST_TABLE = -81,         /* customer table could not be built */
-  LINE_ID_ERR_IP_HEADER = -82,          /* DHCP frame: IP header */
-  LINE_ID_ERR_IP_LENGTH = -84,          /* IP or UDP length */
-  LINE_ID_ERR_UDP_PORTS = -85,          /* UDP ports are not DHCP's */
-  LINE_ID_ERR_PPPOE_VERSION = -86,      /* PPPoE version and type */
-  LINE_ID_ERR_PPPOE_CODE = -87,         /* PPPoE code */
-  LINE_ID_ERR_PPPOE_LENGTH = -88,       /* PPPoE payload length */
-  LINE_ID_ERR_SET_AREA = -89,           /* set-side shared memory */
-  LINE_ID_ERR_GET_AREA = -90,           /* get-side shared memory */
-  LINE_ID_ERR_MALLOC = -91,             /* memory allocation */
-  LINE_ID_ERR_SEM_CREATE = -92,         /* semaphore creation */
-  LINE_ID_ERR_SEM_OPEN = -93,           /* named semaphore */
-  LINE_ID_ERR_BINDING_SEM = -94,        /* binding-table semaphore could not be taken */
-  LINE_ID_ERR_TAKE_SET = -96,           /* set mutex take */
-  LINE_ID_ERR_TAKE_GET = -97,           /* get mutex take */
-  LINE_ID_ERR_TAKE_SYNC = -98,          /* get sync take */
-  LINE_ID_ERR_START = -100,             /* the event thread library did not start */
-  LINE_ID_ERR_PPPOE_REPLACE = -102,     /* PPPoE: replacing an empty tag failed */
-  LINE_ID_ERR_CIRCUIT_ID = -107,        /* agents: Circuit-ID */
-  LINE_ID_ERR_REMOTE_ID = -108,         /* agents: Remote-ID */
-  LINE_ID_ERR_SUB_OPTION = -109,        /* agents: sub-option length */
-  LINE_ID_ERR_CFG_MEM = -110,           /* message server: area absent */
-  LINE_ID_ERR_DATA_LEN = -112,          /* message server: request length; VLAN profile full or missing */
-  LINE_ID_ERR_PARAM_WRITE = -113,       /* parameter write refused */
-  LINE_ID_ERR_OPTION18 = -114,          /* DHCPv6: Option 18 */
-  LINE_ID_ERR_OPTION37 = -115,          /* DHCPv6: Option 37 */
-  LINE_ID_ERR_VLAN = -116,              /* VLAN tags */
-  LINE_ID_ERR_NOT_RELAY = -117,         /* DHCPv6: message of the wrong kind for its direction */
-  LINE_ID_ERR_ROGUE = -118,             /* DHCPv6: rogue downstream message */
-  LINE_ID_ERR_OPTION82_REPLACE = -123,  /* DHCPv4: replacing an empty Option 82 failed */
-  LINE_ID_ERR_HAL_SET_DRV = -128,       /* HAL table lacks a function, one code each */
+  LINE_ID_ERR_INIT_PARAM = -78,        /* start-up: parameter table */
+  LINE_ID_ERR_INIT_POLICY = -79,       /* start-up: policies */
+  LINE_ID_ERR_INIT_ENABLE = -80,       /* start-up: enables and formats */
+  LINE_ID_ERR_CUST_TABLE = -81,        /* customer table could not be built */
+  LINE_ID_ERR_IP_HEADER = -82,         /* DHCP frame: IP header */
+  LINE_ID_ERR_IP_LENGTH = -84,         /* IP or UDP length */
+  LINE_ID_ERR_UDP_PORTS = -85,         /* UDP ports are not DHCP's */
+  LINE_ID_ERR_PPPOE_VERSION = -86,     /* PPPoE version and type */
+  LINE_ID_ERR_PPPOE_CODE = -87,        /* PPPoE code */
+  LINE_ID_ERR_PPPOE_LENGTH = -88,      /* PPPoE payload length */
+  LINE_ID_ERR_SET_AREA = -89,          /* set-side shared memory */
+  LINE_ID_ERR_GET_AREA = -90,          /* get-side shared memory */
+  LINE_ID_ERR_MALLOC = -91,            /* memory allocation */
+  LINE_ID_ERR_SEM_CREATE = -92,        /* semaphore creation */
+  LINE_ID_ERR_SEM_OPEN = -93,          /* named semaphore */
+  LINE_ID_ERR_BINDING_SEM = -94,       /* binding-table semaphore could not be taken */
+  LINE_ID_ERR_TAKE_SET = -96,          /* set mutex take */
+  LINE_ID_ERR_TAKE_GET = -97,          /* get mutex take */
+  LINE_ID_ERR_TAKE_SYNC = -98,         /* get sync take */
+  LINE_ID_ERR_START = -100,            /* the event thread library did not start */
+  LINE_ID_ERR_PPPOE_REPLACE = -102,    /* PPPoE: replacing an empty tag failed */
+  LINE_ID_ERR_CIRCUIT_ID = -107,       /* agents: Circuit-ID */
+  LINE_ID_ERR_REMOTE_ID = -108,        /* agents: Remote-ID */
+  LINE_ID_ERR_SUB_OPTION = -109,       /* agents: sub-option length */
+  LINE_ID_ERR_CFG_MEM = -110,          /* message server: area absent */
+  LINE_ID_ERR_DATA_LEN = -112,         /* message server: request length; VLAN profile full or missing */
+  LINE_ID_ERR_PARAM_WRITE = -113,      /* parameter write refused */
+  LINE_ID_ERR_OPTION18 = -114,         /* DHCPv6: Option 18 */
+  LINE_ID_ERR_OPTION37 = -115,         /* DHCPv6: Option 37 */
+  LINE_ID_ERR_VLAN = -116,             /* VLAN tags */
+  LINE_ID_ERR_NOT_RELAY = -117,        /* DHCPv6: message of the wrong kind for its direction */
+  LINE_ID_ERR_ROGUE = -118,            /* DHCPv6: rogue downstream message */
+  LINE_ID_ERR_OPTION82_REPLACE = -123, /* DHCPv4: replacing an empty Option 82 failed */
+  LINE_ID_ERR_HAL_SET_DRV = -128,      /* HAL table lacks a function, one code each */
   LINE_ID_ERR_HAL_SEND = -129,
   LINE_ID_ERR_HAL_ACCESS_TYPE = -130,
   LINE_ID_ERR_HAL_CARD_TYPE = -131,
   LINE_ID_ERR_HAL_OLT_SLOT = -132,
   LINE_ID_ERR_HAL_TECH_FORM = -134,
   LINE_ID_ERR_HAL_ONU_REG = -135,
-  LINE_ID_ERR_PARAM = -147,             /* setter: value out of range */
-  LINE_ID_ERR_TOO_LONG = -157,          /* a length limit */
-  LINE_ID_ERR_DHCPV6 = -159,            /* not a valid DHCPv6 packet */
-  LINE_ID_ERR_PARSE = -160,             /* a text does not fit its template */
-  LINE_ID_ERR_DELIMITER = -161,         /* template: no delimiter behind a reference */
-  LINE_ID_ERR_VLAN_PROFILE = -162       /* VLAN profile add or delete */
+  LINE_ID_ERR_PARAM = -147,       /* setter: value out of range */
+  LINE_ID_ERR_TOO_LONG = -157,    /* a length limit */
+  LINE_ID_ERR_DHCPV6 = -159,      /* not a valid DHCPv6 packet */
+  LINE_ID_ERR_PARSE = -160,       /* a text does not fit its template */
+  LINE_ID_ERR_DELIMITER = -161,   /* template: no delimiter behind a reference */
+  LINE_ID_ERR_VLAN_PROFILE = -162 /* VLAN profile add or delete */
 };
 
 /* ------------------------------------------------------------------------------------------------ records ---- */
 
-/* What the driver knows of a trapped frame's line. Packed, 27 octets. Owned by the host, read during the receive call. */
+/* What the driver knows of a trapped frame's line. Packed, 27 octets. Owned by the host, read during the receive call.
+ */
 typedef struct LINE_ID_PACKED line_id_append_info {
   uint16_t svlan;      /*  0: outer VLAN of the line */
   uint16_t cvlan;      /*  2: inner VLAN of the line */
@@ -196,31 +197,31 @@ typedef struct LINE_ID_PACKED line_id_append_info {
 
 /* Meaning of the extension octets, and of the first reserved octets of the property record. For DHCPv6 frames the agent
  * takes LINE_ID_EXT_OLTID and LINE_ID_EXT_LINE_ID_SWITCH only. */
-#define LINE_ID_EXT_PROFILE_FLAG 0   /* traced only */
-#define LINE_ID_EXT_CID 1            /* VLAN profile of the Circuit-ID, 0 none; above 64 counts as 0 */
-#define LINE_ID_EXT_RID 2            /* VLAN profile of the Remote-ID, 0 none; above 64 counts as 0 */
-#define LINE_ID_EXT_OLTID 3          /* configuration instance, 0 to 8; a frame with another is passed through */
+#define LINE_ID_EXT_PROFILE_FLAG 0    /* traced only */
+#define LINE_ID_EXT_CID 1             /* VLAN profile of the Circuit-ID, 0 none; above 64 counts as 0 */
+#define LINE_ID_EXT_RID 2             /* VLAN profile of the Remote-ID, 0 none; above 64 counts as 0 */
+#define LINE_ID_EXT_OLTID 3           /* configuration instance, 0 to 8; a frame with another is passed through */
 #define LINE_ID_EXT_CIRCUIT_BY_VLAN 4 /* 1: circuit-id based on VLAN; the agents then take the identity out */
-#define LINE_ID_EXT_LINE_ID_SWITCH 6 /* 0: the ONU inserts the line identity itself, upstream frames pass unchanged */
+#define LINE_ID_EXT_LINE_ID_SWITCH 6  /* 0: the ONU inserts the line identity itself, upstream frames pass unchanged */
 /* octets 5, 7 and 8 are free */
 
 /* The flat form of a frame's line information, shown to the host's hooks. Packed, 71 octets. */
 typedef struct LINE_ID_PACKED line_id_pkt_property {
-  uint32_t src_port;      /*  0: host port */
-  uint8_t client_mac[6];  /*  4: source MAC of the frame */
-  uint8_t onu_mac[6];     /* 10 */
-  uint16_t onu_portid;    /* 16 */
-  uint16_t onu_authno;    /* 18 */
-  uint16_t onu_ponno;     /* 20 */
-  uint16_t onu_type_id;   /* 22: the property word */
-  uint32_t onu_gemid;     /* 24: written back as its low 16 bits */
-  uint16_t svlan;         /* 28 */
-  uint16_t cvlan;         /* 30 */
-  uint32_t recv_time;     /* 32: ticks */
-  uint8_t packet_type;    /* 36: LINE_ID_DHCPV4, LINE_ID_DHCPV6 or LINE_ID_PPPOE */
-  uint8_t olt_slot;       /* 37: the property octet */
-  uint8_t direct;         /* 38: LINE_ID_UPSTREAM or LINE_ID_DOWNSTREAM */
-  uint8_t reserved[32];   /* 39: first nine as LINE_ID_EXT_* */
+  uint32_t src_port;     /*  0: host port */
+  uint8_t client_mac[6]; /*  4: source MAC of the frame */
+  uint8_t onu_mac[6];    /* 10 */
+  uint16_t onu_portid;   /* 16 */
+  uint16_t onu_authno;   /* 18 */
+  uint16_t onu_ponno;    /* 20 */
+  uint16_t onu_type_id;  /* 22: the property word */
+  uint32_t onu_gemid;    /* 24: written back as its low 16 bits */
+  uint16_t svlan;        /* 28 */
+  uint16_t cvlan;        /* 30 */
+  uint32_t recv_time;    /* 32: ticks */
+  uint8_t packet_type;   /* 36: LINE_ID_DHCPV4, LINE_ID_DHCPV6 or LINE_ID_PPPOE */
+  uint8_t olt_slot;      /* 37: the property octet */
+  uint8_t direct;        /* 38: LINE_ID_UPSTREAM or LINE_ID_DOWNSTREAM */
+  uint8_t reserved[32];  /* 39: first nine as LINE_ID_EXT_* */
 } line_id_pkt_property;
 
 /* A MAC-spoofing alarm. Packed, 13 octets. The place is that of the offending frame. */
@@ -234,14 +235,14 @@ typedef struct LINE_ID_PACKED line_id_alarm {
 
 /* Registration facts of an ONU; in and out. Natural alignment. Texts hold up to 50 characters and a terminator. */
 typedef struct line_id_onu_reg_info {
-  uint16_t onu_auth;                     /* in, out: authorisation number */
-  uint16_t onu_ponno;                    /* in, out: PON port number */
-  char onu_id[LINE_ID_TEXT_SIZE];        /* in, out: ONU identification, letter m */
-  uint16_t onu_rpc_ponno;                /* out: PON port as the ONU's registration gives it, letter p */
-  uint8_t onu_losn_valid_or_invalid;     /* out: 1 when the ONU's logical identity is valid */
-  uint16_t onu_type_id;                  /* out: ONU type, for the white list */
-  char onu_text_n[LINE_ID_TEXT_SIZE];    /* out: letter n */
-  char onu_text_c[LINE_ID_TEXT_SIZE];    /* out: letter C */
+  uint16_t onu_auth;                  /* in, out: authorisation number */
+  uint16_t onu_ponno;                 /* in, out: PON port number */
+  char onu_id[LINE_ID_TEXT_SIZE];     /* in, out: ONU identification, letter m */
+  uint16_t onu_rpc_ponno;             /* out: PON port as the ONU's registration gives it, letter p */
+  uint8_t onu_losn_valid_or_invalid;  /* out: 1 when the ONU's logical identity is valid */
+  uint16_t onu_type_id;               /* out: ONU type, for the white list */
+  char onu_text_n[LINE_ID_TEXT_SIZE]; /* out: letter n */
+  char onu_text_c[LINE_ID_TEXT_SIZE]; /* out: letter C */
 } line_id_onu_reg_info;
 
 /* Facts of an ONU's user port. */
@@ -320,26 +321,26 @@ typedef struct LINE_ID_PACKED line_id_ex_cfg_table {
 
 /* ONU types whose frames are passed transparently. Packed, 72 octets. */
 typedef struct LINE_ID_PACKED line_id_white_list {
-  uint8_t num;                                     /*  0: valid entries, at most 32 */
-  uint16_t onu_type[LINE_ID_WHITE_LIST_TYPES];     /*  1 */
-  uint8_t reserved[4];                             /* 65 */
-  uint8_t trans_policy;                            /* 69: 0 or 1 */
-  uint8_t dhcp_enable;                             /* 70: 0 or 1 */
-  uint8_t pppoe_enable;                            /* 71: 0 or 1 */
+  uint8_t num;                                 /*  0: valid entries, at most 32 */
+  uint16_t onu_type[LINE_ID_WHITE_LIST_TYPES]; /*  1 */
+  uint8_t reserved[4];                         /* 65 */
+  uint8_t trans_policy;                        /* 69: 0 or 1 */
+  uint8_t dhcp_enable;                         /* 70: 0 or 1 */
+  uint8_t pppoe_enable;                        /* 71: 0 or 1 */
 } line_id_white_list;
 
 /* Identity of the device and the enables of an instance, as one block. Packed, 157 octets. Texts are NUL-padded and may
  * fill their field. */
 typedef struct LINE_ID_PACKED line_id_circuit_id_config {
-  uint8_t slot;                        /*  0 */
-  uint8_t enable;                      /*  1: LINE_ID_ENABLE_*, other bits are not used */
-  uint8_t pppoe_plus_enable;           /*  2: 0 off, else on */
-  char ani_str[LINE_ID_ANI_LEN];       /*  3: access node identifier */
-  int16_t rack_no;                     /* 53 */
-  int16_t frame_no;                    /* 55 */
+  uint8_t slot;                         /*  0 */
+  uint8_t enable;                       /*  1: LINE_ID_ENABLE_*, other bits are not used */
+  uint8_t pppoe_plus_enable;            /*  2: 0 off, else on */
+  char ani_str[LINE_ID_ANI_LEN];        /*  3: access node identifier */
+  int16_t rack_no;                      /* 53 */
+  int16_t frame_no;                     /* 55 */
   char uplink_type[LINE_ID_UPLINK_LEN]; /* 57 */
-  uint32_t manage_ip;                  /* 89: IPv4 address in host order */
-  char hostname[LINE_ID_HOSTNAME_LEN]; /* 93: not filled when the block is read */
+  uint32_t manage_ip;                   /* 89: IPv4 address in host order */
+  char hostname[LINE_ID_HOSTNAME_LEN];  /* 93: not filled when the block is read */
 } line_id_circuit_id_config;
 
 #define LINE_ID_ENABLE_OPTION82 1
@@ -348,9 +349,9 @@ typedef struct LINE_ID_PACKED line_id_circuit_id_config {
 
 /* Circuit-ID format of an instance. Packed, 293 octets. */
 typedef struct LINE_ID_PACKED line_id_circuit_id_format_mode {
-  uint8_t line_id_format_type;          /*   0: 0 custom, 1 CTC, 2 CNC */
+  uint8_t line_id_format_type;            /*   0: 0 custom, 1 CTC, 2 CNC */
   char custom_format[LINE_ID_FORMAT_LEN]; /* 1: NUL-padded template */
-  uint8_t reserved[36];                 /* 257: carried, not used */
+  uint8_t reserved[36];                   /* 257: carried, not used */
 } line_id_circuit_id_format_mode;
 
 /* ------------------------------------------------------------------------------------------------- start-up ---- */
@@ -402,7 +403,8 @@ LINE_ID_API int32_t line_id_is_service_running(void);
  * Result: 0 queued for the worker; for a frame that needs no work, the send callback's own result (it ran during the
  * call); negative: refused, nothing will be sent: -9 null, -40 length, -41 direction, -42 not initialised, -116 VLAN
  * tags, -1 / -44 header, -45 no unit free, -21 queue full.
- * A frame that was queued ends in exactly one call of the packet hook, followed by at most one call of the send callback.
+ * A frame that was queued ends in exactly one call of the packet hook, followed by at most one call of the send
+ * callback.
  */
 LINE_ID_API int32_t line_id_dhcp_receive(const uint8_t* frame, uint32_t len, uint32_t src_port, uint8_t direct,
                                          const line_id_append_info* append_info);
@@ -411,8 +413,8 @@ LINE_ID_API int32_t line_id_pppoe_receive(const uint8_t* frame, uint32_t len, ui
 
 /* ----------------------------------------------------------------------------------------------------- hooks ---- */
 
-/* Writes one letter's text for the frame under way; text up to its terminator, at most 50 characters. Flag 1: the letter
- * is set; 0: it has a text but counts as not set. Always 0. */
+/* Writes one letter's text for the frame under way; text up to its terminator, at most 50 characters. Flag 1: the
+ * letter is set; 0: it has a text but counts as not set. Always 0. */
 typedef int (*line_id_param_write_func)(int letter, const char* text, int length, int flag);
 
 /* Sees every frame that the worker has processed, before it is sent or dropped; may observe only. The three words are
@@ -438,8 +440,8 @@ LINE_ID_API int32_t line_id_init_def_white_list_func(const line_id_white_list* l
  * Register the host's callbacks for a device kind (0 to 4: the customer mode). Slots required: kind 0 none; 1
  * set_drv_enable, send_eth_frame, get_access_typename, get_card_typename, get_olt_card_slot_info,
  * get_access_device_tech_form, get_onu_reg_info_by_optional_elem; 2 and 3 the first two and the last two of these; 4
- * these four and get_onu_port_info_by_logic_port. Result: 0; -9 null table; -1 kind; -128 to -135 or -15 the missing slot.
- * line_id_data_init calls it.
+ * these four and get_onu_port_info_by_logic_port. Result: 0; -9 null table; -1 kind; -128 to -135 or -15 the missing
+ * slot. line_id_data_init calls it.
  */
 LINE_ID_API int32_t line_id_reg_hal_func(uint8_t device_kind, const line_id_hal_func_table* table);
 
@@ -619,8 +621,8 @@ LINE_ID_API int32_t line_id_show_pppoe_binding(uint8_t oltid);
 /* ------------------------------------------------------------------------------------------ helpers for tools ---- */
 
 /* Templates: text in which % and a letter stand for a line parameter; a reference is followed by one of
- * " ./:;[]{}<>()-_" or the end. These run in the caller's process on its own parameter table and need no agent; they are
- * not for a process that runs the agent. */
+ * " ./:;[]{}<>()-_" or the end. These run in the caller's process on its own parameter table and need no agent; they
+ * are not for a process that runs the agent. */
 
 /* 0 when the template's references are well formed, else -161. */
 LINE_ID_API int32_t line_id_check_format(const char* fmt);
@@ -637,7 +639,8 @@ LINE_ID_API int32_t line_id_space_to_alias(const char* in, char* out);
 /* Create or empty the parameter table: 0 or -91. */
 LINE_ID_API int32_t line_id_init_params(void);
 
-/* Write a letter (A to Z, a to z) of a set; at most 50 characters are kept. 0; -1 set, -113 letter or pinned, -9 null. */
+/* Write a letter (A to Z, a to z) of a set; at most 50 characters are kept. 0; -1 set, -113 letter or pinned, -9 null.
+ */
 LINE_ID_API int32_t line_id_write_param(int32_t set, int32_t letter, const char* text, int32_t flag);
 
 #ifdef __cplusplus

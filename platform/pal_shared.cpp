@@ -76,7 +76,8 @@ void* pal_shared_attach(const char* suffix, uint32_t size, pal_record_init init,
   const int fd = shm_open(path.data(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
   if (fd >= 0) {
     added->record = map_object(fd, size, init, arg);
-    close(fd); // ends the lock as well
+    flock(fd, LOCK_UN); // the mapping keeps the file open, and with it the lock
+    close(fd);
   }
   if (added->record == nullptr) {
     delete added;

@@ -1,0 +1,285 @@
+// Frames from the host's traps.
+#include "packet/ingress.h"
+
+#include "config/channel.h"
+#include "config/statistics.h"
+#include "config/store.h"
+#include "core/device_if.h"
+#include "core/init_flag.h"
+#include "core/log.h"
+#include "packet/check.h"
+#include "packet/pool.h"
+#include "platform/pal.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+// One call of the host.
+struct trapped_frame {
+  const uint8_t* data;
+  uint32_t len;
+  uint32_t src_port;
+  uint8_t direct;
+  const line_id_append_info* append_info;
+  uint8_t oltid; // of the append record, unchecked: above 8 every setting reads as 0
+  uint8_t tags;
+};
+
+// What differs between the protocols.
+struct ingress_row {
+  line_id_msg_kind kind;
+  uint8_t packet_type;
+  uint8_t log;
+  bool whole_record; // all extension octets are taken over, and the frame is traced
+  const char* name;
+  const char* title; // the name in notices of arrival and of the pool
+  const char* module;
+  const char* gap; // ODD: the DHCPv6 notice of a frame passed through lacks a space
+  int32_t (*enabled)(uint8_t oltid);
+  int32_t (*transparent)(uint8_t oltid);         // or null
+  int32_t (*check_header)(trapped_frame& frame); // 0 or the refusal; or null: the agent checks
+};
+
+// ---- checks
+
+int32_t check_arguments(const trapped_frame& frame, const char* name, uint8_t log) {
+  if (frame.data == nullptr) {
+    LINE_ID_WARN(log, "%s pkt is null.!\r", name);
+    return LINE_ID_ERR_NULL;
+  }
+  if (frame.append_info == nullptr) {
+    LINE_ID_WARN(log, "ptr_append_info is null.!\r");
+    return LINE_ID_ERR_NULL;
+  }
+  if (frame.len == 0 || frame.len > LINE_ID_MAX_FRAME_LEN) {
+    LINE_ID_WARN(log, " %s pkt length(%d)  is not valid.!\r\n", name, static_cast<int>(frame.len));
+    return LINE_ID_ERR_LENGTH;
+  }
+  if (frame.direct != LINE_ID_UPSTREAM && frame.direct != LINE_ID_DOWNSTREAM) {
+    LINE_ID_WARN(log, " %s pkt direct(%d) is error.!\r\n", name, frame.direct);
+    return LINE_ID_ERR_DIRECT;
+  }
+  return LINE_ID_OK;
+}
+
+int32_t check_dhcp4_header(trapped_frame& frame) {
+  if (line_id_check_dhcp_pkt(frame.data, frame.len, frame.direct) == LINE_ID_OK) return LINE_ID_OK;
+  LINE_ID_WARN(LOG_DHCPV4, "invalid dhcpv4 header for pkt from src_port %d.\r\n", static_cast<int>(frame.src_port));
+  return LINE_ID_ERR;
+}
+
+int32_t check_pppoe_header(trapped_frame& frame) {
+  const int32_t tags = line_id_check_vlan_tag_num(frame.data, frame.len);
+  LINE_ID_INFO(LOG_PPPOE, "tags = %d .\r\n", tags);
+  if (tags < 0) {
+    LINE_ID_WARN(LOG_PPPOE, "tags level is error!\r");
+    return LINE_ID_ERR_VLAN;
+  }
+  frame.tags = static_cast<uint8_t>(tags);
+  const uint32_t header = ETH_HEADER_LEN + VLAN_TAG_LEN * frame.tags;
+  const int32_t remaining = static_cast<int32_t>(frame.len) - static_cast<int32_t>(header);
+  const uint8_t* pppoe = frame.data + std::min(header, frame.len);
+  if (line_id_check_pppoe_header(pppoe, remaining, frame.direct) == LINE_ID_OK) return LINE_ID_OK;
+  LINE_ID_WARN(LOG_PPPOE, "invalid pppoe header for pkt from src_port %d.\r\n", static_cast<int>(frame.src_port));
+  return LINE_ID_ERR_PPPOE_HEADER;
+}
+
+// ---- into the pool and the queue
+
+void fill_unit(line_id_unit* unit, const ingress_row& row, const trapped_frame& frame) {
+  const line_id_append_info& line = *frame.append_info;
+  line_id_pkt_info* info = unit->pkt_info_ptr;
+  info->direct = frame.direct;
+  info->src_port = frame.src_port;
+  info->svlan = line.svlan;
+  info->cvlan = line.cvlan;
+  info->onu_ponno = line.onu_ponno;
+  info->onu_portid = line.onu_portid;
+  info->onu_gemid = line.onu_gemid;
+  info->onu_authno = line.onu_authno;
+  std::memcpy(info->onu_mac, line.onu_mac, sizeof(info->onu_mac));
+  info->packet_type = row.packet_type;
+  info->recv_time = pal_tickget();
+  info->vlan_count = frame.tags;
+  if (row.whole_record) {
+    std::memcpy(info->reserved, line.ext, sizeof(line.ext));
+  } else {
+    // ODD: the other extension octets stay as the unit's previous frame left them.
+    info->reserved[LINE_ID_EXT_OLTID] = line.ext[LINE_ID_EXT_OLTID];
+    info->reserved[LINE_ID_EXT_LINE_ID_SWITCH] = line.ext[LINE_ID_EXT_LINE_ID_SWITCH];
+  }
+  unit->length = frame.len;
+  std::memcpy(unit->data, frame.data, frame.len);
+}
+
+void trace_unit(const line_id_unit* unit, uint8_t log) {
+  const line_id_pkt_info* info = unit->pkt_info_ptr;
+  LINE_ID_INFO(log, "(svlan,cvlan,onu_authno,onu_gemid,onu_ponno,onu_portid)=(%d,%d,%d,%d,%d,%d).\r\n", info->svlan,
+               info->cvlan, info->onu_authno, info->onu_gemid, info->onu_ponno, info->onu_portid);
+  LINE_ID_INFO(log, "onu_mac: \r");
+  line_id_dbg_buf_print(info->onu_mac, sizeof(info->onu_mac));
+  LINE_ID_INFO(log, "received packet len = %d\r\n", static_cast<int>(unit->length));
+  LINE_ID_INFO(log, "received packet: \r");
+  line_id_dbg_buf_print(unit->data, unit->length);
+}
+
+line_id_unit* take_unit(const ingress_row& row, uint8_t direct) {
+  line_id_unit* unit = line_id_buf_pool_alloc(&g_line_id_pkt_sem);
+  if (unit != nullptr && unit->pkt_info_ptr != nullptr) return unit;
+  line_id_inc_drop_pkt_count(direct, static_cast<int8_t>(row.packet_type));
+  if (unit == nullptr) {
+    LINE_ID_WARN(row.log, "Warning : %s pool full. Packet is dropped.\r", row.title);
+  } else {
+    LINE_ID_WARN(row.log, "Warning : %s pool alloc fail.\r", row.title);
+    line_id_buf_pool_free(unit, &g_line_id_pkt_sem);
+  }
+  return nullptr;
+}
+
+int32_t enqueue(const ingress_row& row, const trapped_frame& frame) {
+  constexpr uint32_t FRAME_MSG_EXTRA = 16;
+  line_id_unit* unit = take_unit(row, frame.direct);
+  if (unit == nullptr) return LINE_ID_ERR_POOL;
+  fill_unit(unit, row, frame);
+  const bool traced = row.whole_record && line_id_log_enabled(row.log, 2);
+  if (traced) trace_unit(unit, row.log);
+
+  const int32_t sent = line_id_send_pkt_msg(row.kind, unit, frame.len + FRAME_MSG_EXTRA);
+  if (sent == LINE_ID_OK) {
+    if (traced) LINE_ID_INFO(row.log, "\r\n line_id_send_pkt_msg ok!\r");
+    return LINE_ID_OK;
+  }
+  line_id_inc_drop_pkt_count(frame.direct, static_cast<int8_t>(row.packet_type));
+  LINE_ID_WARN(row.log, "fail to send %s msg to msg queue.\r", row.name);
+  if (line_id_buf_pool_unmark_queued(unit, row.kind)) line_id_buf_pool_free(unit, &g_line_id_pkt_sem);
+  return sent;
+}
+
+// ---- the common road
+
+int32_t pass_through(const trapped_frame& frame) {
+  return line_id_send_eth_pkt(frame.oltid, frame.direct, static_cast<uint16_t>(frame.src_port), frame.data, frame.len);
+}
+
+int32_t receive(const ingress_row& row, trapped_frame& frame) {
+  if (row.enabled(frame.oltid) == 0) {
+    LINE_ID_WARN(row.log, "%s is not enabled.!\r", row.module);
+    LINE_ID_WARN(row.log, "%s oltid (%d)%sis enable .LNID_SEND_PASS_THROUGH.!\r\n", row.name, frame.oltid, row.gap);
+    return pass_through(frame);
+  }
+  LINE_ID_INFO(row.log, "%s pkt rev from src_port = %d, direct =%d, len = %d\r\n", row.title,
+               static_cast<int>(frame.src_port), frame.direct, static_cast<int>(frame.len));
+  if (row.transparent != nullptr && row.transparent(frame.oltid) == 1) return pass_through(frame);
+  if (row.check_header != nullptr) {
+    const int32_t checked = row.check_header(frame);
+    if (checked != LINE_ID_OK) return checked;
+  }
+  return enqueue(row, frame);
+}
+
+constexpr ingress_row DHCP4_ROW = {
+    .kind = MSG_DHCPV4,
+    .packet_type = LINE_ID_DHCPV4,
+    .log = LOG_DHCPV4,
+    .whole_record = true,
+    .name = "dhcpv4",
+    .title = "dhcpv4",
+    .module = "dhcpv4 option82",
+    .gap = " ",
+    .enabled = line_id_get_option82_enable_cfg,
+    .transparent = line_id_get_option82_transparent_cfg,
+    .check_header = check_dhcp4_header,
+};
+constexpr ingress_row DHCP6_ROW = {
+    .kind = MSG_DHCPV6,
+    .packet_type = LINE_ID_DHCPV6,
+    .log = LOG_DHCPV6,
+    .whole_record = false,
+    .name = "dhcpv6",
+    .title = "dhcpv6",
+    .module = "dhcpv6 option18",
+    .gap = "",
+    .enabled = line_id_get_option18_enable_cfg,
+    .transparent = nullptr,
+    .check_header = nullptr,
+};
+constexpr ingress_row PPPOE_ROW = {
+    .kind = MSG_PPPOE,
+    .packet_type = LINE_ID_PPPOE,
+    .log = LOG_PPPOE,
+    .whole_record = true,
+    .name = "pppoe",
+    .title = "PPPoE",
+    .module = "pppoe module",
+    .gap = " ",
+    .enabled = line_id_get_pppoe_plus_enable_cfg,
+    .transparent = line_id_get_pppoe_plus_transparent_cfg,
+    .check_header = check_pppoe_header,
+};
+
+} // namespace
+
+int32_t line_id_send_pkt_msg(uint32_t kind, line_id_unit* unit, uint32_t) {
+  line_id_msg msg = {};
+  msg.kind = static_cast<uint16_t>(kind);
+  msg.pointer = line_id_buf_pool_handle(unit);
+  line_id_buf_pool_mark_queued(unit, msg.kind);
+  const int32_t sent =
+      pal_msgQ_send_priority(g_line_id_msg_id, &msg, static_cast<uint32_t>(sizeof(msg)), LINE_ID_MSG_PRIORITY_PACKET);
+  if (sent >= 0) return LINE_ID_OK;
+  LINE_ID_WARN(LOG_GENERAL, "line_id_send_pkt_msg failed(%d).\r\n", sent);
+  return LINE_ID_ERR_SEND_MSG;
+}
+
+int32_t line_id_dhcp_receive_if(const uint8_t* frame, uint32_t len, uint32_t src_port, uint8_t direct,
+                                const line_id_append_info* append_info) {
+  trapped_frame trapped = {frame, len, src_port, direct, append_info, 0, 0};
+  const int32_t checked = check_arguments(trapped, "dhcp", LOG_DHCPV4);
+  if (checked != LINE_ID_OK) return checked;
+  if (line_id_get_data_init_done_cfg() == 0) {
+    // ODD: an error, printed at any level; the PPPoE entry only warns.
+    LINE_ID_ERROR("lineid data is not initialized.!\r\n");
+    return LINE_ID_ERR_NOT_INIT;
+  }
+  uint16_t svlan = 0;
+  uint16_t cvlan = 0;
+  const int32_t family = line_id_get_eth_header_type(frame, len);
+  const int32_t tags = line_id_check_vlan(frame, len, &svlan, &cvlan);
+  trapped.oltid = append_info->ext[LINE_ID_EXT_OLTID];
+  LINE_ID_INFO(LOG_DHCPV4, "dhcp_type = %d .\r\n", family);
+  LINE_ID_INFO(LOG_DHCPV4, "vlan_count = %d .\r\n", tags);
+  LINE_ID_INFO(LOG_DHCPV4, "oltid = %d .\r\n", trapped.oltid);
+  LINE_ID_INFO(LOG_DHCPV4, "gemport_enable = %d\r\n", line_id_get_gemport_cfg());
+  if (tags < 0) {
+    LINE_ID_WARN(LOG_DHCPV4, "vlan_count is error!\r");
+    return LINE_ID_ERR_VLAN;
+  }
+  trapped.tags = static_cast<uint8_t>(tags);
+  return receive(family == LINE_ID_DHCPV6 ? DHCP6_ROW : DHCP4_ROW, trapped);
+}
+
+int32_t line_id_pppoe_receive_if(const uint8_t* frame, uint32_t len, uint32_t src_port, uint8_t direct,
+                                 const line_id_append_info* append_info) {
+  trapped_frame trapped = {frame, len, src_port, direct, append_info, 0, 0};
+  const int32_t checked = check_arguments(trapped, "pppoe", LOG_PPPOE);
+  if (checked != LINE_ID_OK) return checked;
+  trapped.oltid = append_info->ext[LINE_ID_EXT_OLTID];
+  LINE_ID_INFO(LOG_PPPOE, "gemport_enable = %d\r\n", line_id_get_gemport_cfg());
+  if (line_id_get_data_init_done_cfg() == 0) {
+    LINE_ID_WARN(LOG_PPPOE, "lineid data is not initialized.!\r");
+    return LINE_ID_ERR_NOT_INIT;
+  }
+  return receive(PPPOE_ROW, trapped);
+}
+
+int32_t line_id_dhcp_receive(const uint8_t* frame, uint32_t len, uint32_t src_port, uint8_t direct,
+                             const line_id_append_info* append_info) {
+  return line_id_dhcp_receive_if(frame, len, src_port, direct, append_info);
+}
+
+int32_t line_id_pppoe_receive(const uint8_t* frame, uint32_t len, uint32_t src_port, uint8_t direct,
+                              const line_id_append_info* append_info) {
+  return line_id_pppoe_receive_if(frame, len, src_port, direct, append_info);
+}
