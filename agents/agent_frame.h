@@ -1,0 +1,8 @@
+// What every agent does first with a frame.
+#pragma once
+
+#include "core/records.h"
+
+// Put a copy of the received frame into the output frame (LINE_ID_SCRATCH_LEN octets), so that an agent that changes
+// nothing leaves a frame that can be sent. The worker's entry has filled the rest of the record.
+void line_id_agent_begin(line_id_unit* unit, uint8_t* new_pkt, line_id_inf_info* info);

@@ -1,0 +1,260 @@
+// The DHCPv4 Option 82 agent.
+#include "agents/dhcp4.h"
+
+#include "agents/agent_frame.h"
+#include "agents/line_id_option.h"
+#include "config/policy.h"
+#include "config/store.h"
+#include "config/white_list.h"
+#include "core/log.h"
+#include "lineid/params.h"
+#include "packet/closing.h"
+#include "packet/egress.h"
+#include "packet/frame.h"
+#include "packet/protocol_table.h"
+
+namespace {
+
+constexpr uint32_t BOOTP_OP_OFFSET = 42; // 14 Ethernet, 20 IPv4, 8 UDP
+constexpr uint32_t OPTIONS_OFFSET = 282; // 236 BOOTP and the magic cookie behind it
+constexpr uint8_t BOOTREQUEST = 1;       // RFC 951
+constexpr uint8_t BOOTREPLY = 2;
+
+constexpr uint8_t OPTION_PAD = 0; // RFC 2132
+constexpr uint8_t OPTION_MESSAGE_TYPE = 53;
+constexpr uint8_t OPTION_RELAY_AGENT = 82; // RFC 3046
+constexpr uint8_t OPTION_ONU_INFO = 230;   // written by the ONU: two big-endian numbers, ONU and user port
+constexpr uint8_t OPTION_END_CODE = 255;
+constexpr uint32_t ONU_INFO_LEN = 4;
+constexpr uint32_t MAX_VALUE_LEN = 255;
+constexpr uint8_t HEAD_LEN = 2;
+
+void write_head(uint8_t* option, uint32_t value_len) {
+  option[0] = OPTION_RELAY_AGENT;
+  option[1] = static_cast<uint8_t>(value_len);
+}
+
+constexpr line_id_option_rule OPTION82_RULE = {
+    .log = LOG_DHCPV4,
+    .head_len = HEAD_LEN,
+    .value_offset = HEAD_LEN,
+    .needs_rest = true,
+    .max_value_len = MAX_VALUE_LEN,
+    .circuitid_up_policy = line_id_get_dhcp_circuitid_up_policy_cfg,
+    .remoteid_up_policy = line_id_get_dhcp_remoteid_up_policy_cfg,
+    .dn_strip = line_id_get_dhcp_tag_dn_strip_cfg,
+    .write_head = write_head,
+    .close = nullptr,
+    .option_name = "dhcp option82",
+    .packet_name = "DHCP",
+    .circuit_id_step = "circuit_id_proc",
+    .replace_step = "line_id_dhcp_option82_replace proc",
+    .replace_code = LINE_ID_ERR_OPTION82_REPLACE,
+};
+
+// What the walk over the options found; positions are in the received frame.
+struct dhcp4_options {
+  const uint8_t* option82; // the last one, or null
+  uint32_t option82_len;   // whole length
+  const uint8_t* end;      // the End option
+};
+
+bool is_server_message(uint8_t type) {
+  constexpr uint8_t OFFER = 2; // RFC 2132, section 9.6
+  constexpr uint8_t ACK = 5;
+  constexpr uint8_t NAK = 6;
+  return type == OFFER || type == ACK || type == NAK;
+}
+
+// An option on its way up: 0, or -2.
+int32_t note_upstream(const option_view& option, line_id_inf_info* info, dhcp4_options& found) {
+  switch (option.code) {
+  case OPTION_RELAY_AGENT:
+    found.option82 = option.value - HEAD_LEN;
+    found.option82_len = option.whole_len;
+    return LINE_ID_PKT_SEND;
+  case OPTION_ONU_INFO:
+    LINE_ID_INFO(LOG_DHCPV4, "got onu_info_tag!\r\n");
+    if (option.length >= ONU_INFO_LEN) {
+      info->pkt_info_ptr->onu_authno = line_id_get_u16(option.value);
+      info->pkt_info_ptr->onu_portid = line_id_get_u16(option.value + 2);
+    }
+    return LINE_ID_PKT_SEND;
+  default: return LINE_ID_PKT_SEND;
+  }
+}
+
+// The message type is the octet behind the option's length, whatever that
+// length says.
+int32_t check_message_type(const option_view& option, const packet_reader& options, uint8_t direct) {
+  packet_reader value = reader_sub(options, option.offset + HEAD_LEN);
+  const uint8_t type = reader_u8(value);
+  if (!value.ok) return LINE_ID_PKT_DROP;
+  return is_server_message(type) == (direct == LINE_ID_DOWNSTREAM) ? LINE_ID_PKT_SEND : LINE_ID_PKT_DROP;
+}
+
+int32_t refuse_walk(uint32_t offset) {
+  if (offset > LINE_ID_MAX_FRAME_LEN) {
+    LINE_ID_WARN(LOG_DHCPV4, "dhcp packet length more than %d\r\n", LINE_ID_MAX_FRAME_LEN);
+  } else {
+    LINE_ID_WARN(LOG_DHCPV4, "dhcp packet length failed(option_tag_offset = %d)\r\n", static_cast<int>(offset));
+  }
+  return LINE_ID_PKT_DROP;
+}
+
+// Walk to the End option: 0, or -2 for a frame that may not travel on. A Pad
+// has no meaning downstream, where it is taken for a code with a length.
+int32_t walk_options(line_id_inf_info* info, dhcp4_options& found) {
+  const uint32_t first = OPTIONS_OFFSET + line_id_vlan_tag_len(info);
+  const uint8_t direct = info->pkt_info_ptr->direct;
+  packet_reader options = reader_sub(reader_over(info->origin_pkt_ptr, info->origin_pkt_len), first);
+  while (options.ok && reader_left(options) > 0 && options.data[options.pos] != OPTION_END_CODE) {
+    if (direct == LINE_ID_UPSTREAM && options.data[options.pos] == OPTION_PAD) {
+      // ODD: a Pad option ends upstream processing with a drop.
+      LINE_ID_WARN(LOG_DHCPV4, "dhcp OPTION TAG IS INvalid ,THE TAG IS %d\r\n", OPTION_PAD);
+      return LINE_ID_PKT_DROP;
+    }
+    option_view option;
+    const uint32_t at = options.pos;
+    if (option_next(options, DHCP4_OPTION_RULE, option) != OPTION_FOUND)
+      return refuse_walk(first + at + option.whole_len);
+    int32_t ret = LINE_ID_PKT_SEND;
+    if (option.code == OPTION_MESSAGE_TYPE) ret = check_message_type(option, options, direct);
+    if (ret == LINE_ID_PKT_SEND && direct == LINE_ID_UPSTREAM) ret = note_upstream(option, info, found);
+    if (ret != LINE_ID_PKT_SEND) return ret;
+  }
+  if (!options.ok || reader_left(options) == 0) return refuse_walk(first + options.pos);
+  found.end = options.data + options.pos;
+  return LINE_ID_PKT_SEND;
+}
+
+uint8_t bootp_op(const line_id_inf_info* info) {
+  packet_reader bootp =
+      reader_sub(reader_over(info->origin_pkt_ptr, info->origin_pkt_len), BOOTP_OP_OFFSET + line_id_vlan_tag_len(info));
+  return reader_u8(bootp);
+}
+
+int32_t downstream(line_id_inf_info* info) {
+  if (bootp_op(info) == BOOTREQUEST) return LINE_ID_PKT_DROP;
+  // ODD: a reply keeps its Option 82, whatever the strip setting says.
+  dhcp4_options found = {};
+  return walk_options(info, found);
+}
+
+// 0, or -2 when the frame's MAC address belongs behind another ONU.
+int32_t check_spoofing(uint8_t oltid, line_id_inf_info* info) {
+  const line_id_pkt_info* pkt = info->pkt_info_ptr;
+  if (line_id_get_dhcp_anti_spoofing_enable_cfg(oltid) == 0) return LINE_ID_PKT_SEND;
+  if (pkt->onu_authno == 0 || pkt->onu_ponno == 0) return LINE_ID_PKT_SEND;
+  const int32_t ret = line_id_dhcp_spoof_proc_if(0, 0, info);
+  if (ret != LINE_ID_OK) {
+    LINE_ID_WARN(LOG_DHCPV4, "Failed toprocess_dhcp_anti_mac_spoofing (%d).\r\n", ret);
+    return LINE_ID_PKT_DROP;
+  }
+  info->anti_spoof_passed = 1;
+  return LINE_ID_PKT_SEND;
+}
+
+int32_t insert(uint8_t oltid, const uint8_t* end, line_id_inf_info* info) {
+  LINE_ID_INFO(LOG_DHCPV4, "Without getting lineid tag, add opt82 tag.\r\n");
+  const int32_t ret = line_id_dhcp_option82_proc(oltid, end, 0, OPERATION_INSERT, info);
+  if (ret == LINE_ID_OK) return LINE_ID_PKT_SEND;
+  LINE_ID_WARN(LOG_DHCPV4, "Failed to proc option82 (%d).\r\n", ret);
+  return LINE_ID_PKT_PASS; // ODD: a failed insertion passes the frame, a failed rewrite drops it.
+}
+
+int32_t rewrite(uint8_t oltid, const dhcp4_options& found, bool white_listed, line_id_inf_info* info) {
+  LINE_ID_INFO(LOG_DHCPV4, "got option82 data!option82_value_len(%d)\r\n",
+               static_cast<int>(found.option82_len - HEAD_LEN));
+  const int32_t ret = line_id_dhcp_option82_proc(oltid, found.option82, found.option82_len, OPERATION_MODIFY, info);
+  if (ret != LINE_ID_OK) {
+    LINE_ID_WARN(LOG_DHCPV4, "Failed to proc option82 (%d).\r\n", ret);
+    return LINE_ID_PKT_DROP;
+  }
+  if (white_listed && line_id_get_trans_white_list_policy() == 0 && info->is_parse_error == 1) {
+    LINE_ID_INFO(LOG_DHCPV4, "\r\n parse error pass through !\r\n");
+    return LINE_ID_PKT_PASS;
+  }
+  return LINE_ID_PKT_SEND;
+}
+
+int32_t upstream(uint8_t oltid, line_id_inf_info* info) {
+  line_id_pkt_info* pkt = info->pkt_info_ptr;
+  if (pkt->reserved[LINE_ID_EXT_LINE_ID_SWITCH] == 0) {
+    LINE_ID_INFO(LOG_DHCPV4, "onu lineid_switch is enable\r\n");
+    return LINE_ID_PKT_PASS;
+  }
+  if (bootp_op(info) == BOOTREPLY) return LINE_ID_PKT_DROP;
+  dhcp4_options found = {};
+  int32_t ret = walk_options(info, found);
+  if (ret != LINE_ID_PKT_SEND) return ret;
+
+  const bool valid = line_id_param_proc(line_id_param_set_of(oltid, LINE_ID_DHCPV4), info) == LINE_ID_OK;
+  oltid = line_id_info_oltid(info); // the parameter hook may have moved the frame
+  LINE_ID_INFO(LOG_DHCPV4, "From Slot  %d,PONNO %d, ONUNO %d,info_valid %d onu_type_id %d.\r\n", info->olt_slot,
+               pkt->onu_ponno, pkt->onu_authno, valid ? 1 : 0, info->onu.onu_type_id);
+  ret = check_spoofing(oltid, info);
+  if (ret != LINE_ID_PKT_SEND) return ret;
+
+  const bool white_listed =
+      line_id_get_trans_white_list_dhcp_enable() == 1 && line_id_is_onutype_match(info->onu.onu_type_id) == 0;
+  if (white_listed && line_id_get_trans_white_list_policy() == 1) {
+    LINE_ID_INFO(LOG_DHCPV4, "\r\nOnu type Match !\r\n");
+    return LINE_ID_PKT_PASS;
+  }
+  return found.option82 == nullptr ? insert(oltid, found.end, info) : rewrite(oltid, found, white_listed, info);
+}
+
+} // namespace
+
+int32_t line_id_dhcp_event_proc(line_id_unit* unit, uint8_t* new_pkt, line_id_inf_info* info) {
+  if (unit == nullptr || new_pkt == nullptr) {
+    LINE_ID_WARN(LOG_DHCPV4, "unit_ptr or new_pkt is NULL failed(%d).\r\n", LINE_ID_ERR_NULL);
+    return LINE_ID_PKT_DROP;
+  }
+  line_id_agent_begin(unit, new_pkt, info);
+  if (info->pkt_info_ptr->vlan_count > LINE_ID_MAX_TAGS) {
+    LINE_ID_WARN(LOG_DHCPV4, "Vlan Tags exceeded.\r\n");
+    return LINE_ID_PKT_PASS;
+  }
+  switch (info->pkt_info_ptr->direct) {
+  case LINE_ID_UPSTREAM: return upstream(line_id_info_oltid(info), info);
+  case LINE_ID_DOWNSTREAM: return downstream(info);
+  default: return LINE_ID_PKT_SEND;
+  }
+}
+
+int32_t line_id_dhcp_option82_proc(uint8_t oltid, const uint8_t* option_ptr, uint32_t old_tag_len, uint8_t op,
+                                   line_id_inf_info* info) {
+  LINE_ID_INFO(LOG_DHCPV4, "dhcp_option82 proc,op = %d\r\n", op);
+  if (op == OPERATION_REMOVE && OPTION82_RULE.dn_strip() != 1) return LINE_ID_ERR; // the headers stay as they are
+  const int32_t ret = line_id_option_operate(OPTION82_RULE, oltid, option_ptr, old_tag_len, op, info);
+  line_id_close_dhcp4(info->new_pkt, info->new_pkt_len, line_id_vlan_tag_len(info));
+  return ret;
+}
+
+int32_t line_id_dhcp_option82_remove(const uint8_t* old_tag_ptr, uint32_t old_tag_len, line_id_inf_info* info) {
+  return line_id_option_remove(OPTION82_RULE, old_tag_ptr, old_tag_len, info);
+}
+
+int32_t line_id_dhcp_option82_replace(uint8_t oltid, const uint8_t* old_tag_ptr, uint32_t old_tag_len,
+                                      line_id_inf_info* info) {
+  return line_id_option_replace(OPTION82_RULE, oltid, old_tag_ptr, old_tag_len, info);
+}
+
+int32_t line_id_dhcp_option82_modify(uint8_t oltid, const uint8_t* old_tag_ptr, uint32_t old_tag_len,
+                                     line_id_inf_info* info) {
+  return line_id_option_modify(OPTION82_RULE, oltid, old_tag_ptr, old_tag_len, info);
+}
+
+int32_t line_id_dhcp_option82_circuit_id_proc(uint8_t oltid, const uint8_t* old_sub_opt, uint16_t old_sub_opt_len,
+                                              uint8_t* dest, uint16_t* new_sub_opt_len, uint8_t op,
+                                              line_id_inf_info* info) {
+  return line_id_option_circuit_id(OPTION82_RULE, oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len, op, info);
+}
+
+int32_t line_id_dhcp_option82_remote_id_proc(uint8_t oltid, const uint8_t* old_sub_opt, uint16_t old_sub_opt_len,
+                                             uint8_t* dest, uint16_t* new_sub_opt_len, uint8_t op,
+                                             line_id_inf_info* info) {
+  return line_id_option_remote_id(OPTION82_RULE, oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len, op, info);
+}
