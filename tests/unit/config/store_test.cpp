@@ -1,0 +1,320 @@
+// Setters and getters: what they accept, what they refuse, what follows from them.
+#include "config/trap_rule.h"
+#include "tests/unit/config/config_test.h"
+
+namespace {
+
+struct switch_row {
+  const char* name;
+  int32_t (*set)(uint8_t, uint8_t);
+  int32_t (*get)(uint8_t);
+  int highest;
+  int protocol; // whose trap rule follows, or 0
+};
+
+const switch_row SWITCHES[] = {
+    {"option82", line_id_set_option82_cfg, line_id_get_option82_enable_cfg, 1, 1},
+    {"option18", line_id_set_option18_cfg, line_id_get_option18_enable_cfg, 1, 2},
+    {"option37", line_id_set_option37_cfg, line_id_get_option37_enable_cfg, 1, 0},
+    {"pppoe_plus", line_id_set_pppoe_plus_cfg, line_id_get_pppoe_plus_enable_cfg, 1, 3},
+    {"remoteid", line_id_set_remoteid_cfg, line_id_get_remote_id_enable_cfg, 1, 0},
+    {"format type", line_id_set_line_id_format_type_cfg, line_id_get_line_id_format_type_cfg, 2, 0},
+    {"pppoe spoofing", line_id_set_pppoe_anti_spoofing_enable_cfg, line_id_get_pppoe_anti_spoofing_enable_cfg, 1, 0},
+    {"dhcp spoofing", line_id_set_dhcp_anti_spoofing_enable_cfg, line_id_get_dhcp_anti_spoofing_enable_cfg, 1, 0},
+    {"dhcp active", line_id_set_dhcp_anti_spoofing_active_cfg, line_id_get_dhcp_anti_spoofing_active_cfg, 1, 0},
+    {"option82 trans", line_id_set_option82_transparent_cfg, line_id_get_option82_transparent_cfg, 1, 0},
+    {"pppoe trans", line_id_set_pppoe_plus_transparent_cfg, line_id_get_pppoe_plus_transparent_cfg, 1, 0},
+    {"circuitid", line_id_set_circuitid_cfg, line_id_get_circuitid_cfg, 1, 0},
+};
+
+using StoreTest = ConfigTest;
+
+TEST_F(StoreTest, SwitchesKeepTheirRangeAndPushTheirTrapRule) {
+  for (const switch_row& row : SWITCHES) {
+    SCOPED_TRACE(row.name);
+    trap_rules.clear();
+    log_lines.clear();
+    EXPECT_EQ(row.set(8, static_cast<uint8_t>(row.highest)), 0);
+    EXPECT_EQ(row.get(8), row.highest);
+    for (uint8_t other = 0; other < 8; ++other) EXPECT_EQ(row.get(other), 0);
+    EXPECT_EQ(row.set(8, static_cast<uint8_t>(row.highest + 1)), -147);
+    EXPECT_EQ(row.set(8, 255), -147);
+    EXPECT_EQ(row.get(8), row.highest);
+    ASSERT_EQ(log_lines.size(), 2u);
+    EXPECT_EQ(log_lines[1], "param is error failed(param = 255).\r\n");
+    for (int absent : {9, 255}) {
+      EXPECT_EQ(row.set(static_cast<uint8_t>(absent), 1), -147);
+      EXPECT_EQ(row.get(static_cast<uint8_t>(absent)), 0);
+    }
+    if (row.protocol == 0) {
+      EXPECT_EQ(trap_rules, trap_list{});
+    } else {
+      EXPECT_EQ(trap_rules, (trap_list{{8, row.protocol, 1}}));
+    }
+    EXPECT_EQ(row.set(8, 0), 0);
+    EXPECT_EQ(row.get(8), 0);
+  }
+}
+
+TEST_F(StoreTest, EachSwitchHasItsOwnField) {
+  for (const switch_row& row : SWITCHES) row.set(3, 1);
+  for (const switch_row& off : SWITCHES) {
+    off.set(3, 0);
+    for (const switch_row& row : SWITCHES) EXPECT_EQ(row.get(3), &row == &off ? 0 : 1) << off.name << " " << row.name;
+    off.set(3, 1);
+  }
+}
+
+TEST_F(StoreTest, SingleSwitchTurnsTheTrapRuleOffWhileOthersNeedIt) {
+  line_id_set_option82_cfg(0, 1);
+  line_id_set_option82_cfg(1, 1);
+  trap_rules.clear();
+  line_id_set_option82_cfg(1, 0);
+  EXPECT_EQ(trap_rules, (trap_list{{1, 1, 0}}));
+}
+
+TEST_F(StoreTest, Dhcp6TrapRuleStaysWhileEitherOptionIsOn) {
+  line_id_set_option37_cfg(2, 1);
+  line_id_set_option18_cfg(2, 0);
+  EXPECT_EQ(trap_rules, (trap_list{{2, 2, 1}}));
+  EXPECT_EQ(line_id_set_dhcp6_enable_cfg(2, 0), 0);
+  EXPECT_EQ(line_id_get_dhcpv6_trap_rule(2), 0);
+  EXPECT_EQ(line_id_set_dhcp6_enable_cfg(2, 1), 0);
+  EXPECT_EQ(line_id_get_option37_enable_cfg(2), 1);
+  EXPECT_EQ(trap_rules, (trap_list{{2, 2, 1}, {2, 2, 0}, {2, 2, 1}}));
+  EXPECT_EQ(line_id_set_dhcp6_enable_cfg(2, 2), -147);
+  EXPECT_EQ(line_id_get_dhcpv6_trap_rule(9), 0);
+
+  g_device_if.trap_rule = nullptr;
+  EXPECT_EQ(line_id_trap_rule_proc(2, 1, 1), 0);
+  g_device_if.trap_rule = [](uint8_t, uint8_t, uint8_t) { return -7; };
+  EXPECT_EQ(line_id_trap_rule_proc(2, 1, 1), -7);
+  EXPECT_EQ(line_id_set_option82_cfg(2, 1), 0);
+}
+
+TEST_F(StoreTest, SettingsOfTheWholeAgent) {
+  EXPECT_EQ(line_id_set_gemport_cfg(255, 1), 0);
+  EXPECT_EQ(line_id_set_gemport_cfg(0, 2), -147);
+  EXPECT_EQ(line_id_get_gemport_cfg(), 1);
+  line_id_set_gemport_cfg(0, 0);
+
+  EXPECT_EQ(line_id_set_remoteid_trans_enable_cfg(0, 1), 0);
+  log_lines.clear();
+  EXPECT_EQ(line_id_set_remoteid_trans_enable_cfg(0, 2), -147);
+  EXPECT_EQ(log_lines, std::vector<std::string>{"param is error failed(param = -147).\r\n"});
+  EXPECT_EQ(g_line_id_common_cfg[0].remoteid_trans_enable, 1);
+
+  EXPECT_EQ(line_id_set_slot(4, 200), 0);
+  EXPECT_EQ(line_id_get_slot(4), -56); // the octet, sign-extended
+  EXPECT_EQ(line_id_set_slot(9, 1), -147);
+  EXPECT_EQ(line_id_set_cust_mode_cfg(8, 4), 0);
+  EXPECT_EQ(line_id_get_cust_mode_cfg(8), 4);
+  EXPECT_EQ(line_id_set_cust_mode_cfg(9, 4), -147);
+  EXPECT_EQ(line_id_get_cust_mode_cfg(9), 0);
+}
+
+TEST_F(StoreTest, Option18LevelChoosesTheStrip) {
+  EXPECT_EQ(line_id_get_dhcpv6_option18_cfg(), 1) << "as the agent starts";
+  EXPECT_EQ(line_id_set_dhcpv6_option18_cfg(0), 0);
+  EXPECT_EQ(line_id_get_dhcpv6_tag_dn_strip_cfg(), 2);
+  EXPECT_EQ(line_id_set_dhcpv6_option18_cfg(1), 0);
+  EXPECT_EQ(line_id_get_dhcpv6_tag_dn_strip_cfg(), 1);
+  EXPECT_EQ(line_id_set_dhcpv6_option18_cfg(2), -147);
+  EXPECT_EQ(line_id_set_dhcpv6_option18_relay_strip_cfg(2), 0);
+  EXPECT_EQ(line_id_get_dhcpv6_tag_dn_strip_cfg(), 2);
+  EXPECT_EQ(line_id_set_dhcpv6_option18_relay_strip_cfg(0), -147);
+  EXPECT_EQ(line_id_set_dhcpv6_option18_relay_strip_cfg(3), -147);
+  for (int strip : {1, 2}) {
+    line_id_set_dhcpv6_option18_relay_strip_cfg(static_cast<uint8_t>(strip));
+    EXPECT_EQ(line_id_set_dhcpv6_option18_level(7), 0);
+    EXPECT_EQ(line_id_get_dhcpv6_option18_cfg(), 7);
+    EXPECT_EQ(line_id_get_dhcpv6_tag_dn_strip_cfg(), strip);
+  }
+  line_id_set_dhcpv6_option18_level(1);
+}
+
+TEST_F(StoreTest, DebugSettingsSwitchTheirCategory) {
+  const struct {
+    int32_t (*set)(uint8_t);
+    uint32_t bits;
+  } rows[] = {
+      {line_id_set_lineid_debug_cfg, 0x002},     {line_id_set_comm_tx_debug_cfg, 0x004},
+      {line_id_set_comm_rx_debug_cfg, 0x008},    {line_id_set_cfg_debug_cfg, 0x010},
+      {line_id_set_dhcpv4_debug_cfg, 0x020},     {line_id_set_dhcpv6_debug_cfg, 0x040},
+      {line_id_set_pppoe_plus_debug_cfg, 0x080}, {line_id_set_device_debug_cfg, 0x100},
+      {line_id_set_all_debug_cfg, 0x1FE},
+  };
+  for (const auto& row : rows) {
+    g_line_id_debug_bits = 0x80000000;
+    EXPECT_EQ(row.set(1), 0);
+    EXPECT_EQ(row.set(2), -147);
+    EXPECT_EQ(g_line_id_debug_bits, 0x80000000 | row.bits);
+    EXPECT_EQ(row.set(0), 0);
+    EXPECT_EQ(g_line_id_debug_bits, 0x80000000);
+  }
+  EXPECT_EQ(line_id_set_level_debug_cfg(2), 0);
+  EXPECT_EQ(line_id_set_level_debug_cfg(3), -147);
+  EXPECT_EQ(g_line_id_dbg_level, 2);
+}
+
+TEST_F(StoreTest, TextsAreBoundedAndPadded) {
+  const struct {
+    const char* name;
+    int32_t (*set)(uint8_t, const char*, uint32_t);
+    int32_t (*get)(uint8_t, char*);
+    uint32_t size;
+    int null_result;
+    const char* null_buffer;
+  } rows[] = {
+      {"custom", line_id_set_circuit_id_custom_format_cfg, line_id_get_circuit_id_custom_format_cfg, 256, -147,
+       "line_id_get_circuit_id_custom_format_cfg failed(-9).\r\n"},
+      {"remote", line_id_set_remote_id_format_cfg, line_id_get_remote_id_format_cfg, 256, -147,
+       "line_id_get_remote_id_format_cfg failed(-9).\r\n"},
+      {"option37", line_id_set_option37_format_cfg, line_id_get_option37_format_cfg, 256, -147,
+       "param is error failed(param = -9).\r\n"},
+      {"ani", line_id_set_ani_str_cfg, line_id_get_ani_str_cfg, 50, -9, "line_id_get_ani_str_cfg failed(-9).\r\n"},
+      {"uplink", line_id_set_uplink_type_cfg, line_id_get_uplink_type_cfg, 32, -147,
+       "line_id_get_uplink_type_cfg failed(-9).\r\n"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const std::vector<char> full(row.size, 'x'); // exactly as long as the text: reading on is caught
+    std::vector<char> read(row.size);
+    EXPECT_EQ(row.set(5, full.data(), row.size), 0);
+    EXPECT_EQ(row.get(5, read.data()), 0);
+    EXPECT_EQ(read, full);
+
+    log_lines.clear();
+    EXPECT_EQ(row.set(5, full.data(), row.size + 1), -157);
+    EXPECT_EQ(log_lines[0], "failed(len = " + std::to_string(row.size + 1) + ").\r\n");
+    EXPECT_EQ(row.set(5, nullptr, 1), row.null_result);
+    EXPECT_EQ(row.set(9, full.data(), 1), -147);
+    row.get(5, read.data());
+    EXPECT_EQ(read, full) << "refused texts change nothing";
+
+    EXPECT_EQ(row.set(5, "ab", 2), 0);
+    std::vector<char> shorter(row.size);
+    shorter[0] = 'a';
+    shorter[1] = 'b';
+    row.get(5, read.data());
+    EXPECT_EQ(read, shorter);
+
+    log_lines.clear();
+    EXPECT_EQ(row.get(5, nullptr), -9);
+    EXPECT_EQ(log_lines, std::vector<std::string>{row.null_buffer});
+    EXPECT_EQ(row.get(9, read.data()), -9);
+  }
+  EXPECT_STREQ(line_id_get_param_text(23, 'a'), "ab");
+  EXPECT_STREQ(line_id_get_param_text(20, 'u'), "ab");
+  EXPECT_STREQ(line_id_get_param_text(19, 'a'), "");
+}
+
+TEST_F(StoreTest, NumbersReachTheParameters) {
+  EXPECT_EQ(line_id_set_rack_no_cfg(1, 40000), 0);
+  EXPECT_EQ(line_id_get_rack_no_cfg(1), -25536);
+  EXPECT_STREQ(line_id_get_param_text(4, 'r'), "-25536");
+  EXPECT_EQ(line_id_set_frame_no_cfg(1, 65535), 0);
+  EXPECT_EQ(line_id_get_frame_no_cfg(1), -1);
+  EXPECT_STREQ(line_id_get_param_text(7, 'f'), "-1");
+  EXPECT_EQ(line_id_set_manage_ip_cfg(1, 0xC0A80001), 0);
+  uint32_t address = 0;
+  EXPECT_EQ(line_id_get_manage_ip_cfg(1, &address), 0);
+  EXPECT_EQ(address, 0xC0A80001);
+  EXPECT_STREQ(line_id_get_param_text(4, 'O'), "192.168.0.1");
+  EXPECT_EQ(line_id_get_manage_ip_cfg(1, nullptr), -9);
+  EXPECT_EQ(line_id_set_dhcp_valid_binding_count_cfg(1, 0xFFFFFFFF), 0);
+  EXPECT_EQ(line_id_set_pppoe_valid_binding_count_cfg(1, 7), 0);
+  EXPECT_EQ(line_id_get_dhcp_valid_binding_count_cfg(1), 0xFFFFFFFF);
+  EXPECT_EQ(line_id_get_pppoe_valid_binding_count_cfg(1), 7u);
+
+  EXPECT_EQ(line_id_set_rack_no_cfg(9, 1), -147);
+  EXPECT_EQ(line_id_set_manage_ip_cfg(255, 1), -147);
+  EXPECT_EQ(line_id_get_manage_ip_cfg(255, &address), -9);
+  EXPECT_EQ(line_id_get_frame_no_cfg(9), 0);
+  EXPECT_EQ(line_id_get_dhcp_valid_binding_count_cfg(9), 0u);
+}
+
+TEST_F(StoreTest, AniParam) {
+  const std::vector<char> full(51, 'y');
+  EXPECT_EQ(line_id_set_ani_param_cfg(0, full.data(), 50, 3, 4), 0);
+  EXPECT_EQ(line_id_get_param_text(3, 'a'), std::string(50, 'y'));
+  EXPECT_STREQ(line_id_get_param_text(3, 'r'), "3");
+  EXPECT_STREQ(line_id_get_param_text(3, 'f'), "4");
+  EXPECT_EQ(line_id_get_frame_no_cfg(0), 4);
+  log_lines.clear();
+  EXPECT_EQ(line_id_set_ani_param_cfg(0, full.data(), 51, 9, 9), -157);
+  EXPECT_EQ(line_id_set_ani_param_cfg(0, nullptr, 0, 9, 9), -157);
+  EXPECT_EQ(log_lines[0], "ani_str is NULL or len exceeded,failed(len = 51).\r\n");
+  EXPECT_EQ(line_id_set_ani_param_cfg(9, "a", 1, 9, 9), -147);
+  EXPECT_EQ(line_id_get_rack_no_cfg(0), 3);
+}
+
+TEST_F(StoreTest, CoreCardMac) {
+  const std::vector<uint8_t> mac = {0x00, 0x1A, 0xFF, 0x02, 0x03, 0x04};
+  EXPECT_EQ(line_id_set_remoteid_core_cardinnermac_cfg(0, mac.data(), 6), 0);
+  EXPECT_STREQ(line_id_get_param_text(0, 'z'), "001aff020304");
+  EXPECT_EQ(line_id_set_remoteid_core_cardinnermac_cfg(0, nullptr, 6), -147);
+  EXPECT_EQ(line_id_set_remoteid_core_cardinnermac_cfg(0, mac.data(), 5), -112);
+  EXPECT_EQ(line_id_set_remoteid_core_cardinnermac_cfg(9, mac.data(), 6), -147);
+
+  EXPECT_EQ(line_id_set_remote_id_enable_and_params_cfg(1, 1, mac.data(), 6), 0);
+  EXPECT_EQ(line_id_get_remote_id_enable_cfg(1), 1);
+  EXPECT_STREQ(line_id_get_param_text(5, 'z'), "001aff020304");
+  EXPECT_EQ(line_id_set_remote_id_enable_and_params_cfg(1, 0, nullptr, 6), -9);
+  EXPECT_EQ(line_id_set_remote_id_enable_and_params_cfg(1, 0, mac.data(), 7), -112);
+  log_lines.clear();
+  EXPECT_EQ(line_id_set_remote_id_enable_and_params_cfg(1, 2, nullptr, 7), -147);
+  EXPECT_EQ(log_lines, std::vector<std::string>{"param is error failed(param = -147).\r\n"});
+  EXPECT_EQ(line_id_set_remote_id_enable_and_params_cfg(9, 1, mac.data(), 6), -147);
+  EXPECT_EQ(line_id_get_remote_id_enable_cfg(1), 1);
+}
+
+TEST_F(StoreTest, OverridePinsAndReleaseIsGlobal) {
+  const std::string full(51, 'p');
+  EXPECT_EQ(line_id_override_param_cfg(0, 'Y', full.c_str(), 50), 0);
+  EXPECT_EQ(line_id_get_param_text(3, 'Y'), std::string(50, 'p'));
+  EXPECT_EQ(line_id_override_param_cfg(0, 'Y', full.c_str(), 51), -157);
+  EXPECT_EQ(line_id_override_param_cfg(0, 'Y', nullptr, 0), -9);
+  EXPECT_EQ(line_id_override_param_cfg(9, 'Y', "z", 1), -147);
+  EXPECT_EQ(line_id_override_param_cfg(0, '[', "z", 1), 0) << "no such letter: nothing is written";
+  EXPECT_EQ(line_id_override_param_cfg(8, 'Y', "q", 1), 0);
+  EXPECT_EQ(line_id_write_param(0, 'Y', "new", 1), -113);
+  EXPECT_EQ(line_id_write_param(35, 'Y', "new", 1), -113);
+  EXPECT_EQ(line_id_write_param(4, 'Y', "new", 1), 0);
+  EXPECT_EQ(line_id_unoverride_param_cfg('Y'), 0);
+  EXPECT_EQ(line_id_write_param(0, 'Y', "new", 1), 0);
+  EXPECT_EQ(line_id_write_param(35, 'Y', "new", 1), 0);
+  EXPECT_EQ(line_id_unoverride_param_cfg(255), 0);
+}
+
+TEST_F(StoreTest, BindingDeletionsReachTheirTable) {
+  static std::vector<std::vector<int>> calls; // table, oltid, operation, pon, onu, last octet of the MAC
+  calls.clear();
+  g_line_id_ptl_reg_func.dhcp_spoof_oper = [](uint8_t oltid, uint8_t op, uint16_t pon, uint16_t onu,
+                                              const uint8_t* mac) {
+    calls.push_back({1, oltid, op, pon, onu, mac != nullptr ? mac[5] : -1});
+    return -1;
+  };
+  g_line_id_ptl_reg_func.pppoe_spoof_oper = [](uint8_t oltid, uint8_t op, uint16_t pon, uint16_t onu,
+                                               const uint8_t* mac) {
+    calls.push_back({3, oltid, op, pon, onu, mac != nullptr ? mac[5] : -1});
+    return 0;
+  };
+  const uint8_t mac[6] = {1, 2, 3, 4, 5, 6};
+  EXPECT_EQ(line_id_del_dhcp_anti_spoofing_entry_by_mac_cfg(2, mac, 6), 0);
+  EXPECT_EQ(line_id_del_pppoe_anti_spoofing_entry_by_mac_cfg(2, mac, 6), 0);
+  EXPECT_EQ(line_id_del_dhcp_anti_spoofing_entry_by_onu_cfg(2, 300, 400), 0);
+  EXPECT_EQ(line_id_del_pppoe_anti_spoofing_entry_by_onu_cfg(2, 300, 400), 0);
+  EXPECT_EQ(calls, (std::vector<std::vector<int>>{
+                       {1, 2, 2, 0, 0, 6}, {3, 2, 2, 0, 0, 6}, {1, 2, 3, 300, 400, -1}, {3, 2, 3, 300, 400, -1}}));
+  log_lines.clear();
+  EXPECT_EQ(line_id_del_dhcp_anti_spoofing_entry_by_mac_cfg(2, nullptr, 6), -9);
+  EXPECT_EQ(line_id_del_pppoe_anti_spoofing_entry_by_mac_cfg(2, nullptr, 6), -147);
+  EXPECT_EQ(line_id_del_dhcp_anti_spoofing_entry_by_mac_cfg(2, mac, 5), -112);
+  EXPECT_EQ(line_id_del_pppoe_anti_spoofing_entry_by_mac_cfg(2, mac, 7), -112);
+  EXPECT_EQ(log_lines[0], "line_id_del_dhcp_anti_spoofing_entry_by_mac_cfg failed(-9).\r\n");
+  EXPECT_EQ(log_lines[3], "failed(len = 7).\r\n");
+  EXPECT_EQ(calls.size(), 4u);
+}
+
+} // namespace

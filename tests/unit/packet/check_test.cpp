@@ -1,0 +1,288 @@
+// Header checks, VLAN tags, checksums and the closing step.
+#include "include/line_id.h"
+#include "packet/check.h"
+#include "packet/closing.h"
+#include "tests/support/frames.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+
+namespace {
+
+// A heap copy of exactly `len` octets, so that the sanitizer sees a read behind it.
+std::unique_ptr<uint8_t[]> exact_copy(const octets& from, size_t len) {
+  std::unique_ptr<uint8_t[]> copy(new uint8_t[len]);
+  if (len > 0) std::memcpy(copy.get(), from.data(), len);
+  return copy;
+}
+
+octets after_macs(std::initializer_list<uint16_t> words) {
+  octets frame(12, 0);
+  for (const uint16_t word : words) {
+    frame.push_back(static_cast<uint8_t>(word >> 8));
+    frame.push_back(static_cast<uint8_t>(word));
+  }
+  return frame;
+}
+
+octets discover(uint32_t tags = 0) {
+  frame_builder builder = eth();
+  for (uint32_t i = 0; i < tags; ++i) builder.vlan(100);
+  return builder.dhcp4(DISCOVER).option(53, {DISCOVER}).end();
+}
+
+octets patched(octets frame, std::initializer_list<std::pair<size_t, uint8_t>> changes) {
+  for (const auto& [at, value] : changes) frame[at] = value;
+  return frame;
+}
+
+struct vlan_case {
+  const char* name;
+  octets frame;
+  int32_t tags;
+  uint16_t svlan;
+  uint16_t cvlan;
+};
+
+const vlan_case VLAN_CASES[] = {
+    {"untagged", after_macs({0x0800, 0x4500}), 0, 4096, 4096},
+    {"a TPID at 16 alone is none", after_macs({0x0800, 0, 0x8100, 1}), 0, 4096, 4096},
+    {"one, priority bits masked", after_macs({0x8100, 0xE064, 0x0800}), 1, 4096, 100},
+    {"one, untagged marker", after_macs({0x88A8, 0x0FF8, 0x0800}), 1, 4096, 4096},
+    {"two, the inner VLAN is the EtherType", after_macs({0x88A8, 100, 0x8100, 200, 0x0800}), 2, 100, 2048},
+    {"two, IPv6", after_macs({0x8100, 100, 0x8100, 200, 0x86DD}), 2, 100, 1757},
+    {"two, marker at 20", after_macs({0x8100, 100, 0x8100, 200, 0x0FF8}), 2, 100, 4096},
+    {"two, outer marker", after_macs({0x8100, 4088, 0x8100, 200, 7}), 2, 4096, 7},
+    {"12 and 20 but not 16", after_macs({0x8100, 100, 0x1234, 0, 0x8100, 300, 0x0800}), 3, 4096, 100},
+    {"12 and 24 alone", after_macs({0x8100, 100, 0, 0, 0, 0, 0x88A8, 1, 0x0800}), 4, 4096, 100},
+    {"five count four", after_macs({0x8100, 1, 0x8100, 2, 0x8100, 3, 0x8100, 4, 0x8100, 5}), 4, 1, 256},
+};
+
+} // namespace
+
+TEST(check_vlan, rows) {
+  for (const vlan_case& row : VLAN_CASES) {
+    SCOPED_TRACE(row.name);
+    const auto len = static_cast<uint32_t>(row.frame.size());
+    const auto frame = exact_copy(row.frame, len);
+    uint16_t svlan = 0;
+    uint16_t cvlan = 0;
+    EXPECT_EQ(line_id_check_vlan_tag_num(frame.get(), len), row.tags);
+    EXPECT_EQ(line_id_check_vlan(frame.get(), len, &svlan, &cvlan), row.tags);
+    EXPECT_EQ(svlan, row.svlan);
+    EXPECT_EQ(cvlan, row.cvlan);
+  }
+  uint16_t vlan = 0;
+  EXPECT_EQ(line_id_check_vlan_tag_num(nullptr, 60), -9);
+  EXPECT_EQ(line_id_check_vlan(nullptr, 60, &vlan, &vlan), -9);
+  EXPECT_EQ(line_id_check_vlan(VLAN_CASES[0].frame.data(), 16, nullptr, &vlan), -9);
+  EXPECT_EQ(line_id_check_vlan(VLAN_CASES[0].frame.data(), 16, &vlan, nullptr), -9);
+}
+
+TEST(check_vlan, cut_words_are_no_tags) {
+  const octets whole = after_macs({0x8100, 100, 0x8100, 200, 0x86DD});
+  struct {
+    uint32_t len;
+    int32_t tags;
+    uint16_t svlan;
+    uint16_t cvlan;
+    int32_t family;
+  } const rows[] = {
+      {0, 0, 4096, 4096, 1}, {13, 0, 4096, 4096, 1}, {14, 1, 4096, 4096, 1}, {16, 1, 4096, 100, 1},
+      {17, 1, 4096, 100, 1}, {18, 2, 100, 4096, 1},  {21, 2, 100, 4096, 1},  {22, 2, 100, 1757, 2},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.len);
+    const auto frame = exact_copy(whole, row.len);
+    uint16_t svlan = 0;
+    uint16_t cvlan = 0;
+    EXPECT_EQ(line_id_check_vlan(frame.get(), row.len, &svlan, &cvlan), row.tags);
+    EXPECT_EQ(svlan, row.svlan);
+    EXPECT_EQ(cvlan, row.cvlan);
+    EXPECT_EQ(line_id_get_eth_header_type(frame.get(), row.len), row.family);
+  }
+}
+
+TEST(check_time, only_the_same_and_the_next_tick_fail) {
+  EXPECT_EQ(line_id_check_processed_time(5, 4), 0);
+  EXPECT_EQ(line_id_check_processed_time(5, 5), -1);
+  EXPECT_EQ(line_id_check_processed_time(5, 6), -1);
+  EXPECT_EQ(line_id_check_processed_time(5, 7), 0);
+}
+
+TEST(check_sum, vectors) {
+  const octets ip = {0x45, 0, 0, 0x73, 0, 0, 0x40, 0, 0x40, 0x11, 0, 0, 0xC0, 0xA8, 0, 1, 0xC0, 0xA8, 0, 0xC7};
+  EXPECT_EQ(line_id_check_sum(octets{0x45, 0x00}.data(), 2), 0xBAFF);
+  EXPECT_EQ(line_id_check_sum(octets{0x01}.data(), 1), 0xFEFF);
+  EXPECT_EQ(line_id_check_sum(nullptr, 0), 0xFFFF);
+  EXPECT_EQ(line_id_check_sum(octets{0, 1, 0xF2, 3, 0xF4, 0xF5, 0xF6, 0xF7}.data(), 8), 0x220D); // RFC 1071, 3
+  EXPECT_EQ(line_id_check_sum(octets(1534, 0xFF).data(), 1534), 0);
+  EXPECT_EQ(line_id_check_sum(ip.data(), 20), 0xB861);
+
+  octets data(80);
+  for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(i * 37 + 201);
+  for (uint32_t start = 0; start < 3; ++start) {
+    for (uint32_t len = 0; len <= 64; ++len) {
+      const octets part(data.begin() + start, data.begin() + start + len);
+      EXPECT_EQ(line_id_check_sum(exact_copy(part, len).get(), len), test_checksum(part)) << start << "+" << len;
+    }
+  }
+}
+
+TEST(check_sum, written_into_a_header) {
+  const octets ip = {0x45, 0, 0, 0x73, 0, 0, 0x40, 0, 0x40, 0x11, 0, 0, 0xC0, 0xA8, 0, 1, 0xC0, 0xA8, 0, 0xC7, 1, 2};
+  struct {
+    uint32_t len;
+    uint32_t offset;
+    octets result;
+  } const rows[] = {
+      {20, 10, patched(ip, {{10, 0xB8}, {11, 0x61}})},
+      {20, 0x1000A, patched(ip, {{10, 0xB8}, {11, 0x61}})}, // the offset counts in 16 bits
+      {22, 10, ip},
+      {20, 20, ip},
+      {20, 19, ip}, // one octet of the field would lie outside
+      {0, 0, ip},
+  };
+  for (const auto& row : rows) {
+    octets buf = ip;
+    line_id_caculate_check_sum(buf.data(), row.len, row.offset);
+    EXPECT_EQ(buf, row.result) << row.len << " " << row.offset;
+  }
+}
+
+TEST(check_dhcp, rows) {
+  const octets frame = discover();
+  struct {
+    const char* name;
+    octets frame;
+    uint8_t direct;
+    int32_t result;
+  } const rows[] = {
+      {"up", frame, 1, 0},
+      {"up, four tags", discover(4), 1, 0},
+      {"down", eth().dhcp4(OFFER).option(53, {OFFER}).end(), 2, 0},
+      {"Ethernet padding", eth().dhcp4(DISCOVER).padded(6), 1, -82},
+      {"IP length too long", patched(frame, {{17, static_cast<uint8_t>(frame[17] + 1)}}), 1, -82},
+      {"server's ports upstream", eth().dhcp4(1, 67, 68).end(), 1, -84},
+      {"client's ports downstream", frame, 2, -84},
+      {"source port", patched(frame, {{35, 69}}), 1, -84},
+      {"direction", frame, 3, -84},
+      {"UDP length", patched(frame, {{39, static_cast<uint8_t>(frame[39] - 1)}}), 1, -84},
+      {"IP header of 60 octets", patched(frame, {{14, 0x4F}}), 1, -84},
+      {"six tags", discover(6), 1, -82},
+  };
+  for (const auto& row : rows) {
+    const auto len = static_cast<uint32_t>(row.frame.size());
+    EXPECT_EQ(line_id_check_dhcp_pkt(exact_copy(row.frame, len).get(), len, row.direct), row.result) << row.name;
+  }
+  EXPECT_EQ(line_id_check_dhcp_pkt(nullptr, 300, 1), -9);
+}
+
+TEST(check_dhcp, own_codes_of_the_parts) {
+  const octets udp = {0, 67, 0, 68, 0, 8, 0, 0};
+  EXPECT_EQ(line_id_check_udp_header(udp.data(), 8, 1), -85);
+  EXPECT_EQ(line_id_check_udp_header(udp.data(), 8, 2), 0);
+  EXPECT_EQ(line_id_check_udp_header(udp.data(), 9, 2), -84);
+  EXPECT_EQ(line_id_check_udp_header(udp.data(), 7, 2), -84);
+  EXPECT_EQ(line_id_check_udp_header(udp.data(), -1, 2), -84);
+  EXPECT_EQ(line_id_check_udp_header(udp.data(), 8, 0), -41);
+  EXPECT_EQ(line_id_check_ip_header(octets{0x45, 0, 0, 20}.data(), -6), -84);
+}
+
+TEST(check_dhcp, every_cut_is_refused) {
+  for (const uint32_t tags : {0U, 2U, 4U}) {
+    const octets whole = discover(tags);
+    // A total length that agrees with the cut must not help either.
+    octets agreeing = whole;
+    for (size_t len = 0; len < whole.size(); ++len) {
+      const size_t ip = 14 + 4 * tags;
+      EXPECT_NE(line_id_check_dhcp_pkt(exact_copy(whole, len).get(), static_cast<uint32_t>(len), 1), 0) << len;
+      if (len < ip) continue;
+      agreeing[ip + 2] = static_cast<uint8_t>((len - ip) >> 8);
+      agreeing[ip + 3] = static_cast<uint8_t>(len - ip);
+      EXPECT_NE(line_id_check_dhcp_pkt(exact_copy(agreeing, len).get(), static_cast<uint32_t>(len), 1), 0) << len;
+    }
+  }
+}
+
+TEST(check_pppoe, rows) {
+  struct {
+    octets header;
+    uint8_t direct;
+    int32_t result;
+  } const rows[] = {
+      {{0x11, 0x09, 0, 0, 0, 0}, 1, 0},
+      {{0x11, 0x19, 0, 0, 0, 0}, 1, 0},
+      {{0x11, 0xA7, 0, 0, 0, 0}, 1, 0},
+      {{0x11, 0x07, 0, 0, 0, 0}, 1, -87},
+      {{0x11, 0x07, 0, 0, 0, 0}, 2, 0},
+      {{0x11, 0x65, 0, 0, 0, 0}, 2, 0},
+      {{0x11, 0xA7, 0, 0, 0, 0}, 2, -87},
+      {{0x11, 0x09, 0, 0, 0, 0}, 2, -87},
+      {{0x12, 0x09, 0, 0, 0, 0}, 1, -86},
+      {{0x11, 0x09, 0, 0, 0, 2, 0, 0}, 1, 0},
+      {{0x11, 0x09, 0, 0, 0, 1, 0, 0}, 1, 0},
+      {{0x11, 0x09, 0, 0, 0, 3, 0, 0}, 1, -88},
+      {{0x11, 0x09, 0, 0, 0xFF, 0xFF}, 1, -88},
+      {{0x11, 0x09, 0, 0, 0}, 1, -88},
+      {{}, 1, -88},
+  };
+  for (const auto& row : rows) {
+    const auto header = exact_copy(row.header, row.header.size());
+    EXPECT_EQ(line_id_check_pppoe_header(header.get(), static_cast<int32_t>(row.header.size()), row.direct), row.result)
+        << testing::PrintToString(row.header) << " " << int{row.direct};
+  }
+  EXPECT_EQ(line_id_check_pppoe_header(rows[0].header.data(), -8, 1), -88);
+}
+
+TEST(closing, dhcp4_as_an_untouched_frame_but_without_udp_checksum) {
+  for (const uint32_t tags : {0U, 4U}) {
+    const octets whole = discover(tags);
+    const uint32_t vlan = 4 * tags;
+    octets frame = patched(whole, {{16 + vlan, 0x7F}, {24 + vlan, 1}, {25 + vlan, 2}, {38 + vlan, 0x7F}});
+    line_id_close_dhcp4(frame.data(), static_cast<uint32_t>(frame.size()), vlan);
+    EXPECT_EQ(frame, patched(whole, {{40 + vlan, 0}, {41 + vlan, 0}}));
+  }
+  octets cut = discover();
+  cut.resize(41);
+  const octets before = cut;
+  line_id_close_dhcp4(cut.data(), 41, 0);
+  EXPECT_EQ(cut, before);
+}
+
+TEST(closing, dhcp6_lengths_and_checksum) {
+  const octets ext = {17, 0, 1, 2, 3, 4, 5, 6};
+  const octets frames[] = {eth().dhcp6(SOLICIT).option(1, {1, 2, 3}).done(), // odd length
+                           eth().vlan(7).ip6_udp(ext, 0, 546, 547).raw(dhcp6_message(SOLICIT)).done()};
+  for (size_t i = 0; i < 2; ++i) {
+    const uint32_t vlan = i == 0 ? 0 : 4;
+    const uint32_t ext_len = i == 0 ? 0 : 8;
+    const uint32_t udp = 54 + vlan + ext_len;
+    octets frame = patched(frames[i], {{18 + vlan, 0x7F}, {udp + 4, 0x7F}, {udp + 6, 0xAA}, {udp + 7, 0xBB}});
+    line_id_close_dhcp6(frame.data(), static_cast<uint32_t>(frame.size()), vlan, ext_len);
+    EXPECT_EQ(frame, frames[i]);
+    EXPECT_TRUE(udp6_checksum_good(frame, 14 + vlan, udp));
+  }
+}
+
+TEST(closing, a_checksum_of_zero_is_sent_as_ones) {
+  octets frame = eth().dhcp6(SOLICIT).option(1, {0, 0}).done();
+  const size_t value = frame.size() - 2;
+  frame[value] = frame[60]; // the checksum so far, put into the payload, makes it zero
+  frame[value + 1] = frame[61];
+  line_id_close_dhcp6(frame.data(), static_cast<uint32_t>(frame.size()), 0, 0);
+  EXPECT_EQ(frame[60], 0xFF);
+  EXPECT_EQ(frame[61], 0xFF);
+}
+
+TEST(closing, pppoe_payload_length) {
+  const octets whole = eth().vlan(7).pppoe(PADI).option(0x0101, octets(300, 1)).done();
+  octets frame = whole;
+  const auto len = static_cast<uint32_t>(frame.size());
+  line_id_close_pppoe(frame.data(), len, 4, 10);
+  EXPECT_EQ(frame, patched(whole, {{22, 1}, {23, 58}})); // 304 + 10
+  line_id_close_pppoe(frame.data(), len, 4, -64);
+  EXPECT_EQ(frame, patched(whole, {{22, 0}, {23, 250}}));
+}
