@@ -1,0 +1,282 @@
+// The configuration calls: what they refuse, what they send, and whole exchanges with a server.
+#include "config/message_server.h"
+#include "config/store.h"
+#include "core/log.h"
+#include "tests/unit/channel/channel_test.h"
+#include "tests/unit/channel/commands.h"
+
+#include <cstring>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr uint8_t MAC[6] = {};
+const std::string LONG_TEXT(257, 'x');
+
+class client_test : public channel_test {
+protected:
+  static void expect_idle(const char* what) {
+    EXPECT_FALSE(receive()) << what;
+    EXPECT_EQ(pal_sem_count(g_line_id_set_mem_mutex), 1) << what;
+    EXPECT_EQ(pal_sem_count(g_line_id_get_mem_mutex), 1) << what;
+  }
+};
+
+struct refused_row {
+  const char* what;
+  int32_t (*call)();
+  int32_t result;
+};
+
+const refused_row REFUSED[] = {
+    {"line_id_set_option82_enable", [] { return line_id_set_option82_enable(0, 2); }, -10},
+    {"line_id_set_dhcpv6_enable", [] { return line_id_set_dhcpv6_enable(0, 255); }, -10},
+    {"line_id_set_gemport_enable", [] { return line_id_set_gemport_enable(0, 2); }, -10},
+    {"line_id_set_all_debug", [] { return line_id_set_all_debug(0, 2); }, -10},
+    {"line_id_set_device_debug", [] { return line_id_set_device_debug(0, 2); }, -10},
+    {"line_id_set_level_debug", [] { return line_id_set_level_debug(0, 3); }, -10},
+    {"line_id_set_dhcpv6_option18", [] { return line_id_set_dhcpv6_option18(0, 2); }, -10},
+    {"line_id_set_dhcpv6_option18_relay_strip", [] { return line_id_set_dhcpv6_option18_relay_strip(0, 0); }, -10},
+    {"line_id_set_dhcpv6_option18_relay_strip", [] { return line_id_set_dhcpv6_option18_relay_strip(0, 3); }, -10},
+    {"line_id_set_line_id_format_type", [] { return line_id_set_line_id_format_type(0, 3); }, -11},
+    {"line_id_set_option37_format", [] { return line_id_set_option37_format(0, LONG_TEXT.data(), 257); }, -1},
+    {"line_id_set_remote_id_format", [] { return line_id_set_remote_id_format(0, nullptr, 1); }, -1},
+    {"line_id_set_ani_str", [] { return line_id_set_ani_str(0, LONG_TEXT.data(), 51); }, -1},
+    {"line_id_set_ani_param", [] { return line_id_set_ani_param(0, LONG_TEXT.data(), 51, 0, 0); }, -1},
+    {"line_id_set_ani_param", [] { return line_id_set_ani_param(0, nullptr, 0, 0, 0); }, -1},
+    {"line_id_set_uplink_type", [] { return line_id_set_uplink_type(0, LONG_TEXT.data(), 33); }, -1},
+    {"line_id_set_remoteid_core_cardinnermac", [] { return line_id_set_remoteid_core_cardinnermac(0, MAC, 5); }, -1},
+    {"line_id_set_remote_id_enable_and_params", [] { return line_id_set_remote_id_enable_and_params(0, 2, MAC, 6); },
+     -1},
+    {"line_id_set_remote_id_enable_and_params", [] { return line_id_set_remote_id_enable_and_params(0, 1, MAC, 7); },
+     -1},
+    {"line_id_del_dhcp_anti_spoofing_entry_by_mac",
+     [] { return line_id_del_dhcp_anti_spoofing_entry_by_mac(0, nullptr, 6); }, -1},
+    {"line_id_override_param", [] { return line_id_override_param(0, 'a', LONG_TEXT.data(), 51); }, -1},
+    {"line_id_set_circuit_id_config", [] { return line_id_set_circuit_id_config(nullptr); }, -9},
+    {"volt_line_id_set_circuit_id_format_mode", [] { return volt_line_id_set_circuit_id_format_mode(0, nullptr); }, -9},
+    {"line_id_set_trans_white_list", [] { return line_id_set_trans_white_list(0, nullptr); }, -9},
+    {"line_id_set_trans_white_list",
+     [] {
+       const line_id_white_list list = {33, {}, {}, 0, 0, 0};
+       return line_id_set_trans_white_list(0, &list);
+     },
+     -31},
+    {"lineid_vlan_profile_cfg_add", [] { return lineid_vlan_profile_cfg_add(0, 0, 1, 0, nullptr, 1); }, -1},
+    {"lineid_vlan_profile_cfg_add", [] { return lineid_vlan_profile_cfg_add(0, 0, 1, 0, LONG_TEXT.data(), 257); }, -1},
+    {"line_id_get_manage_ip", [] { return line_id_get_manage_ip(0, nullptr); }, -9},
+    {"line_id_get_ani_str", [] { return line_id_get_ani_str(0, nullptr); }, -9},
+    {"line_id_get_circuit_id_config", [] { return line_id_get_circuit_id_config(0, nullptr); }, -9},
+    {"line_id_set_rack_no", [] { return line_id_set_rack_no(9, 1); }, -22},
+};
+
+TEST_F(client_test, refused_calls_send_nothing) {
+  for (const refused_row& row : REFUSED) {
+    EXPECT_EQ(row.call(), row.result) << row.what;
+    EXPECT_EQ(log_lines.back(), row.what + " failed("s + std::to_string(row.result) + ").\r\n");
+    expect_idle(row.what);
+  }
+}
+
+TEST_F(client_test, every_command_is_sent_as_the_server_reads_it) {
+  for (const command_row& row : command_rows()) {
+    ASSERT_EQ(row.call(), 0) << row.code;
+    EXPECT_EQ(pal_sem_count(g_line_id_set_mem_mutex), 0) << "the server's to give";
+    const line_id_cmd_area* area = line_id_set_cfg_mem(3);
+    EXPECT_EQ(area->code, row.code);
+    EXPECT_EQ(area->oltid, 3);
+    EXPECT_EQ(area->length, row.payload.size()) << row.code;
+    EXPECT_EQ(payload_of(area, row.payload.size()), row.payload) << row.code;
+    const auto msg = receive();
+    ASSERT_TRUE(msg);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&*msg), 9), "\0\0\0\0\x03\0\0\0\0"s);
+    serve(*msg);
+    EXPECT_EQ(pal_sem_count(g_line_id_set_mem_mutex), 1) << row.code;
+  }
+}
+
+TEST_F(client_test, blocks_without_an_instance_configure_instance_0) {
+  line_id_circuit_id_config block = {};
+  block.enable = LINE_ID_ENABLE_OPTION18;
+  line_id_circuit_id_format_mode mode = {};
+  mode.line_id_format_type = 2;
+  EXPECT_EQ(line_id_set_circuit_id_config(&block), 0);
+  EXPECT_TRUE(turn());
+  EXPECT_EQ(line_id_set_circuit_id_format_mode(&mode), 0);
+  EXPECT_TRUE(turn());
+  EXPECT_EQ(line_id_get_option18_enable_cfg(0), 1);
+  EXPECT_EQ(line_id_get_line_id_format_type_cfg(0), 2);
+}
+
+TEST_F(client_test, reports_are_only_posted) {
+  const struct {
+    int32_t (*call)();
+    std::string msg;
+  } rows[] = {{[] { return line_id_show_pppoe_whitelist(4); }, "\2\0\0\0\4\0\0\0\0"s},
+              {[] { return line_id_show_pkt_statistics(); }, "\2\0\1\0\0\0\0\0\0"s},
+              {[] { return line_id_show_lineid_status(4); }, "\2\0\2\0\4\0\0\0\0"s},
+              {[] { return line_id_show_dhcp_binding(4); }, "\2\0\3\0\4\0\0\0\0"s},
+              {[] { return line_id_show_pppoe_binding(4); }, "\2\0\4\0\4\0\0\0\0"s},
+              {[] { return lineid_vlan_profile_cfg_show(4); }, "\2\0\5\0\4\0\0\0\0"s}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.call(), 0);
+    const auto msg = receive();
+    ASSERT_TRUE(msg);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&*msg), 9), row.msg);
+    expect_idle("show");
+  }
+}
+
+TEST_F(client_test, an_absent_queue_gives_the_mutex_back) {
+  const pal_msgQ_id queue = g_line_id_msg_id;
+  g_line_id_msg_id = 0;
+  EXPECT_EQ(line_id_set_option82_enable(0, 1), -21);
+  EXPECT_EQ(line_id_get_option82_enable(0), -21);
+  EXPECT_EQ(line_id_show_lineid_status(0), -21);
+  g_line_id_msg_id = queue;
+  expect_idle("no queue");
+}
+
+TEST_F(client_test, waits_run_out) {
+  line_id_set_mem_mutex_take();
+  EXPECT_EQ(line_id_set_option82_enable(0, 1), -25);
+  line_id_get_mem_mutex_take();
+  EXPECT_EQ(line_id_get_option82_enable(0), -27);
+  line_id_channel_reset();
+  expect_idle("timed out");
+}
+
+TEST_F(client_test, values_come_back) {
+  line_id_common_cfg& cfg = g_line_id_common_cfg[8];
+  cfg.option82_enable = cfg.pppoe_anti_spoofing_enable = cfg.pppoe_plus_transparent = 1;
+  cfg.line_id_format_type = 0x80;
+  cfg.rack_no = -7;
+  cfg.frame_no = 0x7FFF;
+  cfg.dhcp_valid_binding_count = 0x80000001;
+  cfg.manage_ip = 0xC0A80001;
+  std::memset(cfg.option37_format, 'o', 256);
+  std::memset(cfg.ani_str, 'a', 50);
+  std::strcpy(cfg.uplink_type, "eth");
+  const serving server;
+  EXPECT_EQ(line_id_get_option82_enable(8), 1);
+  EXPECT_EQ(line_id_get_option18_enable(8), 0);
+  EXPECT_EQ(line_id_get_pppoe_anti_spoofing_enable(8), 1);
+  EXPECT_EQ(line_id_get_pppoe_plus_transparent(8), 1);
+  EXPECT_EQ(line_id_get_line_id_format_type(8), -128);
+  EXPECT_EQ(line_id_get_rack_no(8), -7);
+  EXPECT_EQ(line_id_get_frame_no(8), 32767);
+  EXPECT_EQ(line_id_get_dhcp_valid_binding_count(8), 2147483649U);
+  EXPECT_EQ(line_id_get_pppoe_valid_binding_count(8), 0U);
+  uint32_t address = 0;
+  EXPECT_EQ(line_id_get_manage_ip(8, &address), 0);
+  EXPECT_EQ(address, 3232235521U);
+  std::string text(257, '~'); // one octet more than the call may write
+  EXPECT_EQ(line_id_get_option37_format(8, text.data()), 0);
+  EXPECT_EQ(text, std::string(256, 'o') + "~");
+  text.assign(51, '~');
+  EXPECT_EQ(line_id_get_ani_str(8, text.data()), 0);
+  EXPECT_EQ(text, std::string(50, 'a') + "~");
+  text.assign(33, '~');
+  EXPECT_EQ(line_id_get_uplink_type(8, text.data()), 0);
+  EXPECT_EQ(text, padded("eth", 32) + "~");
+  line_id_circuit_id_config block = {};
+  EXPECT_EQ(line_id_get_circuit_id_config(8, &block), 0);
+  EXPECT_EQ(block.enable & 7, 1) << "the other bits are left over";
+  EXPECT_EQ(block.manage_ip, 0xC0A80001);
+  line_id_circuit_id_format_mode mode = {};
+  EXPECT_EQ(line_id_get_circuit_id_format_mode(8, &mode), 0);
+  EXPECT_EQ(mode.line_id_format_type, 0x80);
+  EXPECT_EQ(line_id_get_rack_no(9), -22);
+  EXPECT_EQ(static_cast<int32_t>(line_id_get_dhcp_valid_binding_count(9)), -22);
+}
+
+TEST_F(client_test, foreign_replies_are_refused) {
+  const struct {
+    int16_t code;
+    uint32_t len;
+    int32_t result;
+  } rows[] = {{1, 1, -23}, {-1, 1, -23}, {0, 2, -24}, {0, 0, -24}, {0, 0xFFFFFFFF, -24}, {0, 1, 7}};
+  for (const auto& row : rows) {
+    std::thread answers([&row] {
+      if (receive(500)) *line_id_get_cfg_mem(3) = {row.code, row.len, 3, {7}};
+      line_id_get_mem_sync_give();
+    });
+    EXPECT_EQ(line_id_get_option82_enable(3), row.result);
+    answers.join();
+    expect_idle("foreign reply");
+  }
+}
+
+TEST_F(client_test, a_late_answer_does_not_shift_the_next_ones) {
+  g_line_id_common_cfg[3].rack_no = 11;
+  g_line_id_common_cfg[3].frame_no = 12;
+  EXPECT_EQ(line_id_get_rack_no(3), -23) << "nobody answers in time";
+  EXPECT_TRUE(turn()) << "now somebody does";
+  EXPECT_EQ(pal_sem_count(g_line_id_get_mem_sync), 1);
+  const serving server;
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(line_id_get_frame_no(3), 12);
+    EXPECT_EQ(line_id_get_rack_no(3), 11);
+  }
+}
+
+TEST_F(client_test, many_threads_do_not_disturb_each_other) {
+  const serving server;
+  std::vector<std::thread> threads;
+  for (uint8_t oltid = 0; oltid < 4; ++oltid) {
+    threads.emplace_back([oltid] {
+      for (uint16_t i = 1; i <= 200; ++i) {
+        ASSERT_EQ(line_id_set_rack_no(oltid, i), 0);
+        ASSERT_EQ(line_id_get_rack_no(oltid), i) << "commands are carried out in order";
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+// The calls of another process, which this program becomes when it is run by the test below.
+TEST(client_process, DISABLED_configures_an_agent) {
+  ASSERT_EQ(line_id_is_service_running(), 1);
+  ASSERT_EQ(line_id_set_option82_enable(2, 1), -25) << "not attached";
+  ASSERT_EQ(line_id_init_share_resource(nullptr), 0);
+  EXPECT_EQ(line_id_init_share_resource(nullptr), 0);
+  for (const command_row& row : command_rows()) EXPECT_EQ(row.call(), 0) << row.code;
+  EXPECT_EQ(line_id_get_line_id_format_type(3), 7);
+  EXPECT_EQ(line_id_get_frame_no(3), 258);
+  std::string text(256, '~');
+  EXPECT_EQ(line_id_get_option37_format(3, text.data()), 0);
+  EXPECT_EQ(text, padded("%h", 256));
+  EXPECT_EQ(line_id_get_line_id_format_type(4), 0) << "the other instances share the area, not the settings";
+}
+
+int run_client_process() {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(20); // kept over the exec: a client that hangs is a failure
+    execl("/proc/self/exe", "client", "--gtest_filter=client_process.*", "--gtest_also_run_disabled_tests", nullptr);
+    _exit(127);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
+}
+
+TEST_F(client_test, another_process_configures_the_agent) {
+  EXPECT_EQ(line_id_is_service_running(), 0);
+  ASSERT_EQ(pal_service_claim(), 0);
+  open(1);
+  record_spoof_operations();
+  {
+    const serving server;
+    EXPECT_EQ(run_client_process(), 0);
+  }
+  EXPECT_EQ(line_id_get_line_id_format_type_cfg(3), 7);
+  EXPECT_EQ(g_line_id_common_cfg[3].corecard_inner_mac[5], 0x55);
+  EXPECT_EQ(g_line_id_common_cfg[3].vlan_circuit_format[64], "%t"s);
+  EXPECT_EQ(g_spoof_operations, "pppoe 3/3/258/7");
+  pal_service_release();
+  EXPECT_EQ(line_id_is_service_running(), 0);
+}
+
+} // namespace

@@ -1,0 +1,282 @@
+// The server over every command and query, and over what no honest client sends.
+#include "config/message_server.h"
+
+#include "config/policy.h"
+#include "config/statistics.h"
+#include "config/store.h"
+#include "config/white_list.h"
+#include "core/log.h"
+#include "lineid/params.h"
+#include "packet/protocol_table.h"
+#include "tests/unit/channel/channel_test.h"
+#include "tests/unit/channel/commands.h"
+
+#include <climits>
+#include <cstring>
+#include <random>
+
+namespace {
+
+class message_server_test : public channel_test {
+protected:
+  void SetUp() override {
+    channel_test::SetUp();
+    record_spoof_operations();
+    reset_between_commands();
+  }
+
+  void TearDown() override {
+    line_id_set_gemport_cfg(0, 0);
+    channel_test::TearDown();
+  }
+
+  // What the commands before left where rows look.
+  static void reset_between_commands() {
+    std::memset(&g_line_id_common_cfg, 0, sizeof(g_line_id_common_cfg));
+    std::strcpy(g_line_id_common_cfg[3].vlan_remote_format[63], "gone");
+    line_id_set_dhcpv6_option18_level(1);
+    line_id_set_gemport_cfg(0, 0);
+    line_id_dbg_level_set(0);
+    g_line_id_debug_bits = 0;
+    g_spoof_operations.clear();
+    g_trans_white_list_obj = {};
+    line_id_init_params();
+    for (int32_t set : {0, 15}) line_id_write_param_force(set, 'y', "y");
+    line_id_reset_statistics_cfg();
+    line_id_dhcpv4_pkt_dropped_up_add();
+  }
+
+  static int32_t set(uint8_t oltid, int code, const std::string& payload, uint32_t len) {
+    EXPECT_EQ(line_id_set_mem_mutex_take(), 0);
+    fill_set_area(oltid, static_cast<int16_t>(code), payload, len);
+    const int32_t ret = line_id_set_cfg_msg_proc(oltid);
+    EXPECT_EQ(pal_sem_count(g_line_id_set_mem_mutex), 1) << "command " << code;
+    return ret;
+  }
+};
+
+TEST_F(message_server_test, every_command_reaches_its_setting) {
+  int16_t code = 0;
+  for (const command_row& row : command_rows()) {
+    EXPECT_EQ(row.code, code++);
+    reset_between_commands();
+    EXPECT_EQ(row.shows(), row.before) << row.code;
+    EXPECT_EQ(set(3, row.code, row.payload, static_cast<uint32_t>(row.payload.size())), 0);
+    EXPECT_EQ(row.shows(), row.after) << row.code;
+  }
+  EXPECT_EQ(code, 51);
+}
+
+TEST_F(message_server_test, other_lengths_change_nothing) {
+  for (const command_row& row : command_rows()) {
+    const struct {
+      int32_t len;
+      int32_t result;
+    } lengths[] = {
+        {row.shortest - 1, row.too_short}, {row.longest + 1, row.too_long}, {301, row.too_long}, {-1, row.too_short},
+        {INT_MIN, row.too_short},          {INT_MAX, row.too_long}};
+    reset_between_commands();
+    const std::string payload = padded(row.payload, 300);
+    const auto* octets = reinterpret_cast<const uint8_t*>(payload.data());
+    const auto handler = line_id_set_proc_func[static_cast<size_t>(row.code)];
+    for (const auto& each : lengths) {
+      EXPECT_EQ(handler(3, octets, each.len), each.result) << row.code << ", length " << each.len;
+      EXPECT_EQ(log_lines.back(), "failed(len = " + std::to_string(each.len) + ").\r\n");
+      EXPECT_EQ(set(3, row.code, payload, static_cast<uint32_t>(each.len)), 0);
+      EXPECT_EQ(row.shows(), row.before) << row.code << ", length " << each.len;
+    }
+    EXPECT_EQ(handler(3, nullptr, row.shortest), -9) << row.code;
+    EXPECT_EQ(log_lines.back(), "ptr_mtext is NULL, failed(-9).\r\n");
+  }
+}
+
+TEST_F(message_server_test, longest_and_shortest_texts) {
+  const std::string full(50, 'a');
+  EXPECT_EQ(set(3, 11, full + "\x01\x00\x02\x00"s, 54), 0);
+  EXPECT_EQ(line_id_get_param_text(12, 'a'), full);
+  EXPECT_EQ(line_id_get_param_text(12, 'f'), "2"s);
+  set(3, 11, "\x03\x00\x04\x00"s, 4);
+  EXPECT_EQ(line_id_get_param_text(12, 'a'), ""s);
+  EXPECT_EQ(line_id_get_param_text(12, 'r'), "3"s);
+  set(3, 32, "a" + full, 51);
+  EXPECT_EQ(line_id_get_param_text(12, 'a'), full);
+  set(3, 6, "", 0);
+  EXPECT_EQ(g_line_id_common_cfg[3].circuit_id_custom_format[0], 0);
+}
+
+TEST_F(message_server_test, refusals_of_the_parameter_table_are_reported) {
+  // No instance 9, so each setter refuses.
+  const struct {
+    size_t code;
+    int32_t len;
+    const char* log;
+  } rows[] = {{11, 6, "line_id_set_ani_param_cfg failed(len = 6).\r\n"},
+              {12, 3, "line_id_set_ani_str_cfg failed(len = 3).\r\n"},
+              {13, 2, "line_id_set_rack_no_cfg fail(-147).!\r\n"},
+              {14, 2, "line_id_set_frame_no_cfg fail(-147).!\r\n"},
+              {15, 3, "line_id_set_uplink_type_cfg fail(-147).!\r\n"},
+              {16, 4, "line_id_set_manage_ip_cfg fail(-147).!\r\n"},
+              {17, 6, "line_id_set_remoteid_core_cardinnermac_cfg fail(-147).!\r\n"}};
+  const uint8_t payload[300] = {};
+  for (const auto& row : rows) {
+    EXPECT_EQ(line_id_set_proc_func[row.code](9, payload, row.len), -113) << row.code;
+    EXPECT_EQ(log_lines.back(), row.log);
+  }
+}
+
+TEST_F(message_server_test, every_query_is_answered) {
+  for (const command_row& row : command_rows()) {
+    if (row.code == 6 || row.code == 9 || row.code == 12 || row.code == 13 || row.code == 15 || row.code == 16) {
+      set(3, row.code, row.payload, static_cast<uint32_t>(row.payload.size()));
+    }
+  }
+  set(3, 1, "\x01", 1);
+  set(3, 3, "\x00"s, 1);
+  set(3, 7, "%m", 2);
+  set(3, 8, "%h", 2);
+  set(3, 14, "\x02\x01", 2);
+  set(3, 24, "\x01\x00\x00\x80"s, 4);
+  set(3, 25, "\x05\x00\x00\x00"s, 4);
+  for (const int code : {21, 22, 23, 30, 37}) set(3, code, "\x01", 1);
+  const struct {
+    uint16_t code;
+    std::string reply;
+  } rows[] = {{0, "\x01"},
+              {1, "\x01"},
+              {2, "\x01"},
+              {3, "\x00"s},
+              {4, "\x00"s},
+              {5, "\x00"s},
+              {6, std::string(256, 'x')},
+              {7, padded("%m", 256)},
+              {8, padded("%h", 256)},
+              {9, "\x09\x07\x00"s + padded("an8", 50) + "\xFE\xFF\x02\x01"s + padded("eth", 32) + "\x01\x00\xA8\xC0"s +
+                      std::string(64, '~')},
+              {10, "\x00"s + std::string(256, 'x') + std::string(36, '~')},
+              {12, padded("an8", 50)},
+              {13, "\xFE\xFF"},
+              {14, "\x02\x01"},
+              {15, padded("eth", 32)},
+              {16, "\x01\x00\xA8\xC0"s},
+              {21, "\x01"},
+              {22, "\x01"},
+              {23, "\x01"},
+              {24, "\x01\x00\x00\x80"s},
+              {25, "\x05\x00\x00\x00"s},
+              {30, "\x01"},
+              {37, "\x01"}};
+  size_t handlers = 0;
+  for (const auto& handler : line_id_get_proc_func) handlers += handler != nullptr ? 1 : 0;
+  EXPECT_EQ(handlers, std::size(rows));
+  for (const auto& row : rows) {
+    line_id_cmd_area* area = line_id_get_cfg_mem(3);
+    std::memset(area->payload, '~', 300); // the blocks leave out what they do not tell
+    if (row.code == 9) area->payload[1] = 2;
+    EXPECT_EQ(line_id_get_cfg_msg_proc(3, row.code), 0);
+    EXPECT_EQ(area->code, row.code);
+    EXPECT_EQ(area->length, row.reply.size()) << row.code;
+    EXPECT_EQ(payload_of(area, row.reply.size()), row.reply) << row.code;
+    EXPECT_EQ(pal_sem_count(g_line_id_get_mem_sync), 1);
+    line_id_get_mem_sync_take();
+    uint8_t reply[300];
+    uint32_t len = 0;
+    EXPECT_EQ(line_id_get_proc_func[row.code](3, nullptr, &len), -9);
+    EXPECT_EQ(line_id_get_proc_func[row.code](3, reply, nullptr), -9);
+    EXPECT_EQ(log_lines.back(),
+              row.code == 0 ? "ptr_mtext is NULL, failed(-9).\r\n" : "ptr_mtext OR len is NULL, failed(-9).\r\n");
+  }
+}
+
+TEST_F(message_server_test, empty_slots_leave_the_former_reply) {
+  for (const int code : {11, 17, 45, 46, 255, 0x8000, 0xFFFF}) {
+    line_id_cmd_area* area = line_id_get_cfg_mem(0);
+    *area = {5, 1, 0, {7}};
+    EXPECT_EQ(line_id_get_cfg_msg_proc(0, static_cast<uint16_t>(code)), 0);
+    EXPECT_EQ(area->code, static_cast<int16_t>(code));
+    EXPECT_EQ(area->length, 1U);
+    EXPECT_EQ(area->payload[0], 7);
+    EXPECT_EQ(pal_sem_count(g_line_id_get_mem_sync), 1) << code;
+    line_id_get_mem_sync_take();
+  }
+  for (const int code : {-1, 51, 32767, -32768}) EXPECT_EQ(set(0, code, "\x01", 1), 0);
+  for (const int code : {6, 255, 0xFFFF}) EXPECT_EQ(line_id_show_cfg_msg_proc(0, static_cast<uint16_t>(code)), 0);
+  EXPECT_TRUE(log_lines.empty());
+}
+
+TEST_F(message_server_test, absent_areas_still_complete_the_exchange) {
+  for (const uint8_t oltid : ABSENT_INSTANCES) {
+    line_id_set_mem_mutex_take();
+    EXPECT_EQ(line_id_set_cfg_msg_proc(oltid), -110);
+    EXPECT_EQ(pal_sem_count(g_line_id_set_mem_mutex), 1);
+    EXPECT_EQ(log_lines.back(), "line_id_set_cfg_mem failed(-110).\r\n");
+    EXPECT_EQ(line_id_get_cfg_msg_proc(oltid, 0), -110);
+    EXPECT_EQ(log_lines.back(), "line_id_get_cfg_mem failed(-110).\r\n");
+    EXPECT_EQ(pal_sem_count(g_line_id_get_mem_sync), 1);
+    line_id_get_mem_sync_take();
+  }
+}
+
+TEST_F(message_server_test, the_message_names_the_instance) {
+  fill_set_area(3, 0, "\x01", 1);
+  line_id_set_cfg_mem(3)->oltid = 5;
+  line_id_set_cfg_msg_proc(3);
+  EXPECT_EQ(line_id_get_option82_enable_cfg(3), 1);
+  EXPECT_EQ(line_id_get_option82_enable_cfg(5), 0);
+}
+
+TEST_F(message_server_test, the_white_list_keeps_policy_and_enables) {
+  g_trans_white_list_obj.trans_policy = g_trans_white_list_obj.pppoe_enable = 1;
+  set(0, 35, "\x01\x09"s + padded("", 67), 69);
+  EXPECT_EQ(line_id_is_onutype_match(9), 0);
+  EXPECT_EQ(g_trans_white_list_obj.trans_policy, 1);
+  EXPECT_EQ(g_trans_white_list_obj.dhcp_enable, 0);
+  EXPECT_EQ(g_trans_white_list_obj.pppoe_enable, 1);
+}
+
+TEST_F(message_server_test, every_report_is_printed) {
+  const struct {
+    uint16_t code;
+    const char* begins;
+  } rows[] = {{0, "\r\nPppoe white list trans_policy is:0"},
+              {1, "\r\npacket statistics is:\r\n"},
+              {2, "\r\nLine ID Configurations\r\n"},
+              {3, ""},
+              {4, ""},
+              {5, "\r\nCircuit Id Vlan Format:\r\n"}};
+  for (const auto& row : rows) {
+    g_spoof_operations.clear();
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(line_id_show_cfg_msg_proc(3, row.code), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout().rfind(row.begins, 0), 0U) << row.code;
+    EXPECT_EQ(g_spoof_operations, row.code == 3 ? "dhcp 3/1/0/0" : row.code == 4 ? "pppoe 3/1/0/0" : "");
+  }
+}
+
+// Whatever other processes scribble into the areas and messages.
+TEST_F(message_server_test, forged_areas_are_harmless) {
+  std::mt19937 random(20); // NOLINT(cert-msc51-cpp): the same on every run
+  const auto below = [&random](uint32_t limit) { return static_cast<uint32_t>(random()) % limit; };
+  testing::internal::CaptureStdout();
+  for (int round = 0; round < 30000; ++round) {
+    line_id_cmd_area area;
+    auto* octets = reinterpret_cast<uint8_t*>(&area);
+    for (size_t i = 0; i < sizeof(area); ++i) octets[i] = static_cast<uint8_t>(random());
+    if (below(8) != 0) area.code = static_cast<int16_t>(below(51));
+    if (below(8) != 0) area.length = below(310);
+    if (below(2) != 0) area.length = static_cast<uint32_t>(command_rows()[below(51)].longest);
+    const auto oltid = static_cast<uint8_t>(below(10));
+    if (oltid < 9) std::memcpy(line_id_set_cfg_mem(oltid), &area, sizeof(area));
+    if (oltid < 9) std::memcpy(line_id_get_cfg_mem(oltid), &area, sizeof(area));
+    line_id_set_mem_mutex_take();
+    line_id_set_cfg_msg_proc(oltid);
+    ASSERT_EQ(pal_sem_count(g_line_id_set_mem_mutex), 1);
+    line_id_get_cfg_msg_proc(oltid, static_cast<uint16_t>(below(64)));
+    ASSERT_EQ(line_id_get_mem_sync_take(), 0);
+    if (round % 100 == 0) line_id_show_cfg_msg_proc(static_cast<uint8_t>(random()), static_cast<uint16_t>(below(8)));
+    if (round % 100 == 0) line_id_dbg_level_set(0);
+    log_lines.clear();
+  }
+  EXPECT_FALSE(testing::internal::GetCapturedStdout().empty());
+}
+
+} // namespace
