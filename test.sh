@@ -1,0 +1,108 @@
+#!/usr/bin/env bash
+# Builds and tests the project. --quick: the inner loop; --long: what takes longer than a change should wait.
+set -euo pipefail
+cd "$(dirname "$0")"
+
+usage() {
+  cat <<TXT
+usage: ./test.sh [--quick | --long]
+  (none)   static checks, then the tests with g++, under AddressSanitizer and UndefinedBehaviorSanitizer, under
+           ThreadSanitizer where there are threads, and with clang
+  --quick  the unit tests of the release build
+  --long   the unit tests under valgrind
+Each stage has a time budget and fails when it is used up.
+TXT
+}
+
+mode=all
+case "${1:-}" in
+  "") ;;
+  --quick) mode=quick ;;
+  --long) mode=long ;;
+  -h | --help) usage; exit 0 ;;
+  *) usage >&2; exit 2 ;;
+esac
+
+log=build/test-log
+passed=0
+failed=0
+
+# stage NAME SECONDS COMMAND...: runs it within its budget, adds ctest's counts, ends the run when it fails.
+stage() {
+  local name=$1 budget=$2 start=$SECONDS status=0
+  shift 2
+  echo "== $name (budget ${budget} s)"
+  timeout --kill-after=10 "$budget" "$@" 2>&1 | tee "$log/$name.txt" || status=$?
+  local line
+  line=$(grep -E '% tests passed, [0-9]+ tests? failed out of [0-9]+' "$log/$name.txt" | tail -n 1 || true)
+  if [ -n "$line" ]; then
+    local bad all
+    bad=$(sed -E 's/.*passed, ([0-9]+) tests? failed.*/\1/' <<<"$line")
+    all=$(sed -E 's/.*out of ([0-9]+).*/\1/' <<<"$line")
+    passed=$((passed + all - bad))
+    failed=$((failed + bad))
+  elif [ "$status" -ne 0 ]; then
+    failed=$((failed + 1))
+  fi
+  echo "== $name: $((SECONDS - start)) s"
+  if [ "$status" -ne 0 ]; then
+    [ "$status" -eq 124 ] && echo "$name used up its ${budget} s"
+    summary
+    exit 1
+  fi
+}
+
+summary() { printf '\n%d passed, %d failed\n' "$passed" "$failed"; }
+
+build() { # PRESET
+  cmake --preset "$1" >/dev/null && cmake --build "build/$1"
+}
+
+run_tests() { # PRESET CTEST-ARGUMENTS...
+  local preset=$1
+  shift
+  build "$preset" | tail -n 3 && ctest --test-dir "build/$preset" --output-on-failure "$@"
+}
+
+static_checks() {
+  python3 scripts/check_layers.py
+  git ls-files -co --exclude-standard '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
+  printf '#include "line_id.h"\nint main(void) { return 0; }\n' | gcc -std=c11 -Wall -Wextra -Wpedantic -Werror -Iinclude -fsyntax-only -x c -
+  echo "static checks: done"
+}
+
+tidy() {
+  build clang | tail -n 1
+  git ls-files -co --exclude-standard 'core/*.cpp' 'platform/*.cpp' 'packet/*.cpp' 'lineid/*.cpp' 'config/*.cpp' \
+    'antispoof/*.cpp' 'agents/*.cpp' 'client/*.cpp' 'host/*.cpp' 'ctl/*.cpp' |
+    xargs -P 2 -n 6 clang-tidy -p build/clang --quiet 2>&1 | { grep -vE '^[0-9]+ warnings? (generated|treated)' || true; }
+  [ "${PIPESTATUS[1]}" -eq 0 ] && echo "clang-tidy: done"
+}
+
+export -f build run_tests static_checks tidy
+in_bash() { stage "$1" "$2" bash -euo pipefail -c "$3"; }
+
+scripts/packages.sh test
+mkdir -p "$log"
+export ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 TSAN_OPTIONS=halt_on_error=1
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+
+case $mode in
+  quick)
+    in_bash release 600 'run_tests release -L quick'
+    ;;
+  long)
+    in_bash release 600 'build release | tail -n 1'
+    in_bash valgrind 3000 'ctest --test-dir build/release --output-on-failure -L quick -T memcheck \
+      --overwrite "MemoryCheckCommandOptions=--leak-check=full --error-exitcode=9 -q" --timeout 1500'
+    ;;
+  all)
+    in_bash static 120 static_checks
+    in_bash release 600 'run_tests release'
+    in_bash asan 720 'run_tests asan'
+    in_bash tsan 480 'run_tests tsan -L threads'
+    in_bash tidy 600 tidy
+    in_bash clang 300 'run_tests clang -L quick'
+    ;;
+esac
+summary
