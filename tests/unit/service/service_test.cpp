@@ -12,12 +12,21 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
+#include <string>
+#include <sys/mman.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
 using namespace std::chrono_literals;
+
+// The shared objects of this program alone; named before the platform layer reads it.
+const std::string PREFIX = "test-service-" + std::to_string(getpid());
+const int g_prefix_set = setenv("LINE_ID_IPC_PREFIX", PREFIX.c_str(), 1);
 
 // Callbacks for many threads: they only count.
 std::atomic<uint32_t> g_sent;
@@ -65,7 +74,10 @@ struct running_worker {
 
 class service_test : public agent_test {
 protected:
-  void SetUp() override { ASSERT_EQ(agent_start(agent_defaults()), 0); }
+  void SetUp() override {
+    ASSERT_EQ(g_prefix_set, 0);
+    ASSERT_EQ(agent_start(agent_defaults()), 0);
+  }
 };
 
 octets discover() { return eth().dhcp4(DISCOVER).option(53, {DISCOVER}).end(); }
@@ -91,6 +103,52 @@ TEST_F(service_test, data_init_refuses_what_it_cannot_use) {
   table.pppoe_reg = 1;
   EXPECT_EQ(line_id_data_init(0, 0, &table, nullptr), 0) << "mode 0 with a table";
   EXPECT_EQ(line_id_data_init(0, LINE_ID_MODE_OLT, nullptr, nullptr), 0);
+}
+
+// What a start prints.
+std::string start_output(const uint32_t* key, int32_t expected) {
+  testing::internal::CaptureStdout();
+  const int32_t ret = line_id_init_sys_resource(key);
+  std::string text = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(ret, expected) << text;
+  return text;
+}
+
+size_t occurrences(const std::string& in, const std::string& what) {
+  size_t count = 0;
+  for (size_t at = in.find(what); at != std::string::npos; at = in.find(what, at + 1)) ++count;
+  return count;
+}
+
+TEST_F(service_test, the_default_key_is_announced_twice) {
+  const std::string done = "create lineid message queue OK.\r\n";
+  const uint32_t key = 7;
+  EXPECT_NE(start_output(&key, 0).find("Creating Lineid Message Queue :key_id :0create"), std::string::npos)
+      << "in-process the key does not count";
+  agent_config config = agent_defaults();
+  config.table.cross_process_shared_mem = 1;
+  ASSERT_EQ(agent_add_instance(config, 0), 0);
+  std::string text = start_output(&key, 0);
+  EXPECT_NE(text.find("key_id :7"), std::string::npos) << text;
+  EXPECT_EQ(occurrences(text, done), 1U);
+  text = start_output(nullptr, 0);
+  EXPECT_NE(text.find("key_id :95"), std::string::npos) << text;
+  EXPECT_EQ(occurrences(text, done), 2U);
+
+  EXPECT_EQ(line_id_is_service_running(), 1);
+  const pid_t second_agent = fork();
+  if (second_agent == 0) _exit(line_id_init_sys_resource(nullptr) == LINE_ID_ERR_SEM_CREATE ? 0 : 1);
+  int status = 1;
+  waitpid(second_agent, &status, 0);
+  EXPECT_EQ(status, 0) << "a second agent on the prefix is refused";
+  EXPECT_EQ(pal_sem_count(g_line_id_set_mem_mutex), 1);
+  EXPECT_EQ(line_id_init_share_resource(nullptr), 0) << "nothing to do where the resources are";
+  pal_service_release();
+  EXPECT_EQ(line_id_is_service_running(), 0);
+  for (const char* name :
+       {"sem.set_mem_mutex", "sem.get_mem_mutex", "sem.get_mem_sync", "mem.1000", "mem.2000", "q.7", "q.95", "claim"}) {
+    EXPECT_EQ(shm_unlink(("/" + PREFIX + "." + name).c_str()), 0) << name;
+  }
 }
 
 TEST_F(service_test, frames_are_refused_until_the_configuration_is_there) {
