@@ -67,7 +67,8 @@ template <rb_side Left, rb_side Right> rb_node* rb_erase_step(rb_node* parent, r
     rb_rotate_left<Left, Right>(parent, root);
     sibling = parent->*Right;
   }
-  if (!rb_is_red(sibling->*Left) && !rb_is_red(sibling->*Right)) {
+  // A side that is a black node short has a sibling.
+  if (!rb_is_red(sibling->*Left) && !rb_is_red(sibling->*Right)) { // NOLINT(clang-analyzer-core.NullDereference)
     rb_set_color(sibling, RB_RED);
     return parent;
   }

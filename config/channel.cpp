@@ -28,31 +28,32 @@ int32_t fail(const char* function, const char* step, int32_t result) {
 }
 
 // A slot that already holds the area is not written: clients may be reading it.
-void set_slot(line_id_cmd_area*& slot, line_id_cmd_area* area) {
+void set_slot(std::atomic<line_id_cmd_area*>& slot, line_id_cmd_area* area) {
   if (slot != area) slot = area;
 }
 
-int32_t open_share_area(const char* function, uint32_t key, line_id_cmd_area*& slot, int32_t result) {
+int32_t open_share_area(const char* function, uint32_t key, std::atomic<line_id_cmd_area*>& slot, int32_t result) {
   set_slot(slot, static_cast<line_id_cmd_area*>(pal_share_mem_init(key, sizeof(line_id_cmd_area))));
   return slot != LINE_ID_NO_AREA ? LINE_ID_OK : fail(function, "pal_share_mem_init", result);
 }
 
-int32_t open_private_area(const char* function, line_id_cmd_area*& kept, line_id_cmd_area*& slot) {
+int32_t open_private_area(const char* function, line_id_cmd_area*& kept, std::atomic<line_id_cmd_area*>& slot) {
   if (kept == nullptr) kept = new (std::nothrow) line_id_cmd_area{};
   set_slot(slot, kept != nullptr ? kept : LINE_ID_NO_AREA);
   return kept != nullptr ? LINE_ID_OK : fail(function, "LNID_CBB_MALLOC", LINE_ID_ERR_MALLOC);
 }
 
-line_id_cmd_area* area_of(line_id_cmd_area* const (&table)[LINE_ID_INSTANCES], uint8_t oltid) {
-  if (oltid >= LINE_ID_INSTANCES || table[oltid] == nullptr) return LINE_ID_NO_AREA;
-  return table[oltid];
+line_id_cmd_area* area_of(const std::atomic<line_id_cmd_area*> (&table)[LINE_ID_INSTANCES], uint8_t oltid) {
+  line_id_cmd_area* area = oltid < LINE_ID_INSTANCES ? table[oltid].load() : nullptr;
+  return area != nullptr ? area : LINE_ID_NO_AREA;
 }
 
 int32_t open_sem(const char* function, int32_t mode, const char* name, uint32_t count, pal_sem& storage,
-                 pal_sem*& handle) {
+                 std::atomic<pal_sem*>& handle) {
   if (mode == LINE_ID_CROSS_PROCESS) {
-    handle = pal_sem_open(&storage, SEM_KIND, name, count);
-    return handle != nullptr ? LINE_ID_OK : fail(function, "pal_sem_open", LINE_ID_ERR_SEM_OPEN);
+    pal_sem* opened = pal_sem_open(&storage, SEM_KIND, name, count);
+    handle = opened;
+    return opened != nullptr ? LINE_ID_OK : fail(function, "pal_sem_open", LINE_ID_ERR_SEM_OPEN);
   }
   if (pal_sem_create_ex(&storage, SEM_KIND, count, &storage) != 0) {
     return fail(function, "pal_sem_create_ex", LINE_ID_ERR_SEM_CREATE);
@@ -67,12 +68,12 @@ int32_t take_sem(const char* function, pal_sem* sem, int32_t result) {
 
 } // namespace
 
-line_id_cmd_area* g_line_id_set_mem[LINE_ID_INSTANCES] = {LINE_ID_NO_AREA};
-line_id_cmd_area* g_line_id_get_mem[LINE_ID_INSTANCES] = {LINE_ID_NO_AREA};
+std::atomic<line_id_cmd_area*> g_line_id_set_mem[LINE_ID_INSTANCES] = {LINE_ID_NO_AREA};
+std::atomic<line_id_cmd_area*> g_line_id_get_mem[LINE_ID_INSTANCES] = {LINE_ID_NO_AREA};
 
-pal_sem* g_line_id_set_mem_mutex = nullptr;
-pal_sem* g_line_id_get_mem_mutex = nullptr;
-pal_sem* g_line_id_get_mem_sync = nullptr;
+std::atomic<pal_sem*> g_line_id_set_mem_mutex{nullptr};
+std::atomic<pal_sem*> g_line_id_get_mem_mutex{nullptr};
+std::atomic<pal_sem*> g_line_id_get_mem_sync{nullptr};
 
 std::atomic<pal_msgQ_id> g_line_id_msg_id{0};
 

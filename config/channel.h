@@ -20,14 +20,14 @@
 constexpr int32_t LINE_ID_CROSS_PROCESS = 1; // the mode
 
 // The areas of each instance; all-ones or null where there is none. Read through the lookups alone.
-extern line_id_cmd_area* g_line_id_set_mem[LINE_ID_INSTANCES];
-extern line_id_cmd_area* g_line_id_get_mem[LINE_ID_INSTANCES];
+extern std::atomic<line_id_cmd_area*> g_line_id_set_mem[LINE_ID_INSTANCES];
+extern std::atomic<line_id_cmd_area*> g_line_id_get_mem[LINE_ID_INSTANCES];
 
-extern pal_sem* g_line_id_set_mem_mutex;
-extern pal_sem* g_line_id_get_mem_mutex;
-extern pal_sem* g_line_id_get_mem_sync;
+extern std::atomic<pal_sem*> g_line_id_set_mem_mutex;
+extern std::atomic<pal_sem*> g_line_id_get_mem_mutex;
+extern std::atomic<pal_sem*> g_line_id_get_mem_sync;
 
-// The agent's queue; created or attached by core/service, used by every thread.
+// The agent's queue; created or attached by core/service. Written last, so that who sees it sees the rest as well.
 extern std::atomic<pal_msgQ_id> g_line_id_msg_id;
 
 // ---- opening
