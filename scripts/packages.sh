@@ -1,15 +1,17 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that a purpose needs, unless they are there: scripts/packages.sh build|test
+# Installs the Debian packages that a purpose needs, unless they are there: scripts/packages.sh build|test|soak
 set -euo pipefail
 
 build=(g++ cmake ninja-build libpcap-dev libcli11-dev libtomlplusplus-dev nlohmann-json3-dev)
 test=("${build[@]}" libgtest-dev googletest ccache tshark python3 clang clang-format clang-tidy libclang-rt-14-dev
       valgrind binutils)
+soak=("${test[@]}" python3-matplotlib)
 
 case "${1:-}" in
   build) wanted=("${build[@]}") ;;
   test) wanted=("${test[@]}") ;;
-  *) echo "usage: scripts/packages.sh build|test" >&2; exit 2 ;;
+  soak) wanted=("${soak[@]}") ;;
+  *) echo "usage: scripts/packages.sh build|test|soak" >&2; exit 2 ;;
 esac
 
 missing=()
