@@ -4,7 +4,6 @@
 namespace {
 
 constexpr size_t ETHER_TYPE = 12;
-constexpr size_t TAG_LEN = 4;
 constexpr uint8_t MAX_TAGS = 4;
 constexpr uint16_t ETHER_IPV4 = 0x0800;
 constexpr uint16_t ETHER_IPV6 = 0x86DD;
@@ -114,13 +113,13 @@ frame_class classify_frame(octet_view frame) {
     ++found.tags;
   }
   const uint16_t ether_type = u16_at(frame, at);
-  const size_t payload = at + 2;
+  found.payload = at + 2;
   if (ether_type == ETHER_PPPOE_DISCOVERY) {
     found.protocol = LINE_ID_PPPOE;
-    found.message = payload;
-  } else if (ether_type == ETHER_IPV4 && is_dhcp4(frame, payload, found)) {
+    found.message = found.payload;
+  } else if (ether_type == ETHER_IPV4 && is_dhcp4(frame, found.payload, found)) {
     found.protocol = LINE_ID_DHCPV4;
-  } else if (ether_type == ETHER_IPV6 && is_dhcp6(frame, payload, found)) {
+  } else if (ether_type == ETHER_IPV6 && is_dhcp6(frame, found.payload, found)) {
     found.protocol = LINE_ID_DHCPV6;
   }
   return found;

@@ -10,6 +10,7 @@
 
 constexpr uint8_t PROTOCOL_NONE = 0; // beside LINE_ID_DHCPV4, LINE_ID_DHCPV6 and LINE_ID_PPPOE
 constexpr uint16_t NO_VLAN = 4096;   // the agent's number for a tag that is not there
+constexpr size_t TAG_LEN = 4;        // of a VLAN tag
 
 struct frame_class {
   uint8_t protocol; // what a trap rule goes by: 0 to 4 VLAN tags, then UDP to a DHCP port or PPPoE Discovery
@@ -20,6 +21,7 @@ struct frame_class {
   mac_address destination;
   uint16_t udp_source;
   uint16_t udp_destination;
+  size_t payload; // offset of what follows the EtherType
   size_t message; // offset of the BOOTP, DHCPv6 or PPPoE header
 };
 frame_class classify_frame(octet_view frame);

@@ -6,11 +6,12 @@
 
 enum exit_code : int {
   EXIT_OK = 0,
-  EXIT_AGENT = 1,   // the agent did not start or stopped answering
-  EXIT_USAGE = 2,   // wrong arguments
-  EXIT_CAPTURE = 3, // the capture cannot be read
-  EXIT_LINES = 4,   // the line map cannot be read
-  EXIT_OUTPUT = 5,  // the output cannot be written
+  EXIT_AGENT = 1,      // the agent did not start or stopped answering
+  EXIT_USAGE = 2,      // wrong arguments
+  EXIT_CAPTURE = 3,    // the capture cannot be read
+  EXIT_LINES = 4,      // the line map cannot be read
+  EXIT_OUTPUT = 5,     // the output cannot be written
+  EXIT_PRIVILEGES = 6, // packet sockets are not allowed
   EXIT_INTERRUPTED = 130,
 };
 

@@ -10,14 +10,22 @@ template <typename condition> const subscriber_line* find_line(const line_map& m
   return found != map.lines.end() ? &*found : nullptr;
 }
 
+std::optional<size_t> find_match(const line_matches& matches, const frame_class& found, const mac_address& subscriber) {
+  if (const auto line = matches.by_vlan.find({found.outer, found.inner}); line != matches.by_vlan.end()) {
+    return line->second;
+  }
+  if (const auto line = matches.by_mac.find(subscriber); line != matches.by_mac.end()) return line->second;
+  return matches.default_line;
+}
+
 } // namespace
 
-const subscriber_line* line_map_find(const line_map& map, const frame_class& found, const mac_address& subscriber) {
-  if (const auto line = map.by_vlan.find({found.outer, found.inner}); line != map.by_vlan.end()) {
-    return &map.lines[line->second];
-  }
-  if (const auto line = map.by_mac.find(subscriber); line != map.by_mac.end()) return &map.lines[line->second];
-  return map.default_line ? &map.lines[*map.default_line] : nullptr;
+const subscriber_line* line_map_find(const line_map& map, const frame_class& found, const mac_address& subscriber,
+                                     const line_matches* of_port) {
+  std::optional<size_t> index;
+  if (of_port != nullptr) index = find_match(*of_port, found, subscriber);
+  if (!index) index = find_match(map.common, found, subscriber);
+  return index ? &map.lines[*index] : nullptr;
 }
 
 line_id_append_info line_append_info(const subscriber_line& line, const frame_class& found) {

@@ -78,6 +78,13 @@ struct agent_settings {
 
 using vlan_pair = std::pair<uint16_t, uint16_t>; // outer and inner, NO_VLAN for a tag that is not there
 
+// How frames find their line; indexes of `lines`.
+struct line_matches {
+  std::map<vlan_pair, size_t> by_vlan;
+  std::map<mac_address, size_t> by_mac;
+  std::optional<size_t> default_line;
+};
+
 struct line_map {
   device_facts device;
   agent_settings agent;
@@ -86,11 +93,9 @@ struct line_map {
   std::vector<subscriber_line> lines;
   bool has_port_facts; // a line says what its port is
 
-  std::map<vlan_pair, size_t> by_vlan; // indexes of `lines`
-  std::map<mac_address, size_t> by_mac;
-  std::optional<size_t> default_line;
-
-  std::vector<std::string> warnings; // of settings that defeat each other
+  line_matches common;                         // for frames from anywhere
+  std::map<std::string, line_matches> by_port; // for frames of a subscriber port, by its interface
+  std::vector<std::string> warnings;           // of settings that defeat each other
 };
 
 // Reads and checks a whole file. Throws host_failure (EXIT_LINES) that names file, line and what was expected; several
@@ -100,8 +105,10 @@ line_map line_map_read(const std::string& path);
 // One instance with everything on and one line for all frames: what a run without a line map uses.
 line_map line_map_built_in();
 
-// The line of a frame: by its VLANs, else by the subscriber's address, else the default; or null.
-const subscriber_line* line_map_find(const line_map& map, const frame_class& found, const mac_address& subscriber);
+// The line of a frame: by its VLANs, else by the subscriber's address, else the default; or null. The lines of the
+// frame's subscriber port come first, where it has one.
+const subscriber_line* line_map_find(const line_map& map, const frame_class& found, const mac_address& subscriber,
+                                     const line_matches* of_port = nullptr);
 
 // The record that the driver hands in with a frame of the line.
 line_id_append_info line_append_info(const subscriber_line& line, const frame_class& found);

@@ -7,6 +7,7 @@
 namespace {
 
 constexpr int MAX_VLAN = 4095;
+constexpr size_t MAX_INTERFACE = 15; // characters of a name
 
 std::optional<uint16_t> parse_vlan(std::string_view text) {
   int vlan = 0;
@@ -27,23 +28,28 @@ std::optional<vlan_pair> parse_vlans(std::string_view text) {
 }
 
 void read_match(toml_fields& fields, line_map& map, size_t index) {
+  std::string interface;
+  const bool of_port = fields.read_text("interface", interface, MAX_INTERFACE);
+  line_matches& matches = of_port ? map.by_port[interface] : map.common;
   fields.read_texts("vlans", "a list of texts such as \"100\", \"100.7\" or \"untagged\"",
                     [&](const std::string& text) {
                       const std::optional<vlan_pair> vlans = parse_vlans(text);
-                      if (vlans && !map.by_vlan.emplace(*vlans, index).second)
+                      if (vlans && !matches.by_vlan.emplace(*vlans, index).second)
                         fields.fault("vlans", "\"" + text + "\" is taken already");
                       return vlans.has_value();
                     });
   fields.read_texts("macs", "a list of MAC addresses such as \"00:00:5e:00:53:01\"", [&](const std::string& text) {
     const std::optional<mac_address> mac = parse_mac(text);
-    if (mac && !map.by_mac.emplace(*mac, index).second) fields.fault("macs", "\"" + text + "\" is taken already");
+    if (mac && !matches.by_mac.emplace(*mac, index).second) fields.fault("macs", "\"" + text + "\" is taken already");
     return mac.has_value();
   });
-  uint8_t is_default = 0;
+  // A port by itself names the line of all its frames.
+  uint8_t is_default = of_port && !fields.has("vlans") && !fields.has("macs") ? 1 : 0;
   fields.read_switch("default", is_default);
   if (is_default == 0) return;
-  if (map.default_line) fields.fault("default", "another line is the default");
-  map.default_line = index;
+  if (matches.default_line)
+    fields.fault(fields.has("default") ? "default" : "interface", "another line is the default");
+  matches.default_line = index;
 }
 
 void read_append(toml_fields& fields, subscriber_line& line) {
@@ -145,8 +151,8 @@ void read_line(toml_fields& fields, line_map& map) {
   read_onu(fields, line);
   read_port(fields, line, map);
   read_match(fields, map, index);
-  if (!fields.has("vlans") && !fields.has("macs") && !fields.has("default")) {
-    fields.fault("vlans", "expected vlans, macs or default, so that frames find their line");
+  if (!fields.has("vlans") && !fields.has("macs") && !fields.has("default") && !fields.has("interface")) {
+    fields.fault("vlans", "expected vlans, macs, interface or default, so that frames find their line");
   }
   if (!has_instance(map, line.append.ext[LINE_ID_EXT_OLTID])) {
     fields.fault("instance", "there is no [[instance]] of this number");

@@ -2,11 +2,13 @@
 #include "host/console.h"
 #include "host/failure.h"
 #include "host/line_map.h"
+#include "host/live_command.h"
 #include "host/replay.h"
 #include "include/line_id.h"
 
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <functional>
 
 namespace {
 
@@ -27,10 +29,11 @@ constexpr const char* REPLAY_ABOUT =
 
 constexpr const char* EXIT_CODES =
     "Exit codes: 0 done, 1 the agent failed, 2 wrong arguments, 3 the capture cannot be read,\n"
-    "4 the line map cannot be read, 5 the output cannot be written, 130 interrupted.\n"
+    "4 the line map cannot be read, 5 the output cannot be written, 6 packet sockets are not\n"
+    "allowed, 130 interrupted.\n"
     "After a failed replay there is no output file.";
 
-std::atomic<bool> g_interrupted{false}; // set by the signal handler, read by the replay
+std::atomic<bool> g_interrupted{false}; // set by the signal handler, read by the run
 
 void on_signal(int) { g_interrupted = true; }
 
@@ -48,6 +51,7 @@ struct arguments {
   std::string lines;
   std::string direction;
   bool no_progress = false;
+  live_arguments live;
 };
 
 void add_replay(CLI::App& app, arguments& given) {
@@ -70,16 +74,12 @@ void add_replay(CLI::App& app, arguments& given) {
   replay->add_flag("--no-progress", given.no_progress, "no progress bar on a terminal");
 }
 
-int run_replay(arguments& given) {
-  replay_options& options = given.replay;
-  if (given.direction == "up") options.direct = LINE_ID_UPSTREAM;
-  if (given.direction == "down") options.direct = LINE_ID_DOWNSTREAM;
-  options.progress = !given.no_progress && !options.verbose;
+// Runs `work` with the map of the file `lines`, or the built-in one, and the console moved: the exit code.
+int run_with_map(const std::string& lines, const std::function<void(const line_map&)>& work) {
   int code = EXIT_OK;
   console_open();
   try {
-    const line_map map = given.lines.empty() ? line_map_built_in() : line_map_read(given.lines);
-    replay(options, map, g_interrupted);
+    work(lines.empty() ? line_map_built_in() : line_map_read(lines));
   } catch (const host_failure& failure) {
     console_progress_end();
     if (failure.code() == EXIT_AGENT) {
@@ -96,14 +96,27 @@ int run_replay(arguments& given) {
   return code;
 }
 
+int run_replay(arguments& given) {
+  replay_options& options = given.replay;
+  if (given.direction == "up") options.direct = LINE_ID_UPSTREAM;
+  if (given.direction == "down") options.direct = LINE_ID_DOWNSTREAM;
+  options.progress = !given.no_progress && !options.verbose;
+  return run_with_map(given.lines, [&options](const line_map& map) { replay(options, map, g_interrupted); });
+}
+
+int run_live(const live_arguments& given) {
+  return run_with_map(given.lines, [&given](const line_map& map) { live(given.options, map, g_interrupted); });
+}
+
 int run(int argc, char** argv) {
   CLI::App app(ABOUT, "lineid-host");
   app.require_subcommand(1);
   app.set_version_flag("--version", std::string("lineid-host " LINE_ID_VERSION));
   app.footer(EXIT_CODES);
   arguments given;
-  given.replay.pool_units = DEFAULT_POOL;
+  given.replay.pool_units = given.live.options.pool_units = DEFAULT_POOL;
   add_replay(app, given);
+  const CLI::App* live = add_live(app, given.live);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -111,7 +124,7 @@ int run(int argc, char** argv) {
     return code == 0 ? EXIT_OK : EXIT_USAGE;
   }
   install_signals();
-  return run_replay(given);
+  return live->parsed() ? run_live(given.live) : run_replay(given);
 }
 
 } // namespace

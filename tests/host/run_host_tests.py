@@ -167,7 +167,7 @@ def test_bad_line_maps():
         ("VLAN", LINES + 'vlans = ["4096"]\n', [":12: line.vlans: expected a list of texts"]),
         ("VLAN twice", LINES + 'vlans = ["5", "5"]\n', [":12: line.vlans: \"5\" is taken already"]),
         ("two defaults", LINES + "[[line]]\ndefault = true\n", [":13: line.default: another line is the default"]),
-        ("nowhere to match", LINES + "[[line]]\npon = 2\n", [":12: line.vlans: expected vlans, macs or default"]),
+        ("nowhere to match", LINES + "[[line]]\npon = 2\n", [":12: line.vlans: expected vlans, macs, interface or default"]),
         ("one ONU, two names", LINES + '[[line]]\nvlans = ["5"]\nonu_id = "o2"\n', ["same PON and ONU"]),
         ("no such instance", LINES + "instance = 3\n", [":12: line.instance: there is no [[instance]]"]),
         ("instance twice", LINES + "[[instance]]\n", [":12: instance.id: this instance is already there"]),

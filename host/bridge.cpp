@@ -1,0 +1,140 @@
+// The bridge's loop.
+#include "host/bridge.h"
+
+#include "host/console.h"
+
+#include <algorithm>
+#include <chrono>
+#include <poll.h>
+#include <time.h>
+
+namespace {
+
+constexpr int CHECK_INTERVAL_MS = 500; // of the interfaces, and of the wish to end
+
+int64_t now_ms() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now); // a few milliseconds do not matter, and it costs next to nothing
+  return now.tv_sec * int64_t{1000} + now.tv_nsec / 1000000;
+}
+
+bridge_port make_port(const std::string& interface, const line_map& map) {
+  const auto lines = map.by_port.find(interface);
+  return {.port = std::make_unique<packet_port>(interface),
+          .lines = lines != map.by_port.end() ? &lines->second : nullptr,
+          .counts = {}};
+}
+
+} // namespace
+
+live_bridge::live_bridge(const std::vector<std::string>& subscribers, const std::string& uplink, const line_map& map)
+    : map_(map), forwarding_(subscribers.size()) {
+  for (const std::string& interface : subscribers) ports_.push_back(make_port(interface, map));
+  ports_.push_back(make_port(uplink, map));
+}
+
+void live_bridge::check_ports() {
+  for (bridge_port& each : ports_) each.port->check();
+}
+
+void live_bridge::run(const std::atomic<bool>& ended) {
+  std::vector<pollfd> polled(ports_.size());
+  int64_t next_check = 0;
+  while (!ended) {
+    const int64_t now = now_ms();
+    now_ = static_cast<uint32_t>(now / 1000);
+    if (now >= next_check) {
+      check_ports();
+      next_check = now + CHECK_INTERVAL_MS;
+    }
+    for (size_t i = 0; i < ports_.size(); ++i) polled[i] = {ports_[i].port->descriptor(), POLLIN, 0};
+    if (poll(polled.data(), polled.size(), CHECK_INTERVAL_MS) <= 0) continue;
+    for (size_t i = 0; i < ports_.size(); ++i) {
+      if (polled[i].revents != 0) serve(i);
+    }
+  }
+}
+
+void live_bridge::serve(size_t index) {
+  const size_t count = ports_[index].port->receive(batch_);
+  if (ports_[index].port->descriptor() < 0) check_ports(); // it has gone: say so
+  const bool from_uplink = index == ports_.size() - 1;
+  for (size_t i = 0; i < count; ++i) {
+    if (from_uplink) {
+      downstream(batch_.frames[i]);
+    } else {
+      upstream(batch_.frames[i], static_cast<port_number>(index));
+    }
+  }
+  for (bridge_port& each : ports_) each.port->flush();
+}
+
+void live_bridge::upstream(const wire_frame& wire, port_number from) {
+  const octet_view frame = wire.frame();
+  const frame_class found = classify_frame(frame);
+  forwarding_.learn(frame, found, from, now_);
+  bridge_port& port = ports_[from];
+  if (const subscriber_line* line = trapping_line(frame, found, LINE_ID_UPSTREAM, port, port.lines)) {
+    hand_in(wire, found, LINE_ID_UPSTREAM, *line, from, port);
+  } else {
+    uplink().port->queue(wire);
+  }
+}
+
+void live_bridge::downstream(const wire_frame& wire) {
+  const octet_view frame = wire.frame();
+  const frame_class found = classify_frame(frame);
+  const port_number to = forwarding_.find(frame, found, now_);
+  if (to == NO_PORT) {
+    ++uplink().counts.for_nobody;
+    return;
+  }
+  const line_matches* lines = to != ALL_PORTS ? ports_[to].lines : nullptr;
+  if (const subscriber_line* line = trapping_line(frame, found, LINE_ID_DOWNSTREAM, uplink(), lines)) {
+    hand_in(wire, found, LINE_ID_DOWNSTREAM, *line, to, uplink());
+  } else if (to != ALL_PORTS) {
+    ports_[to].port->queue(wire);
+  } else {
+    for (size_t i = 0; i + 1 < ports_.size(); ++i) ports_[i].port->queue(wire);
+  }
+}
+
+// The line that a frame to trap belongs to; null for all others.
+const subscriber_line* live_bridge::trapping_line(octet_view frame, const frame_class& found, uint8_t direct,
+                                                  bridge_port& from, const line_matches* lines) {
+  if (found.protocol == PROTOCOL_NONE) return nullptr;
+  const subscriber_line* line = line_map_find(map_, found, subscriber_mac(frame, found, direct), lines);
+  if (line == nullptr) {
+    if (from.counts.without_line++ == 0) {
+      console_note("warning: a frame of a subscriber protocol on interface " + from.port->name() +
+                   " belongs to no line of the map and crosses untouched; further ones are only counted");
+    }
+    return nullptr;
+  }
+  return hal_is_trapped(line->append.ext[LINE_ID_EXT_OLTID], found.protocol) ? line : nullptr;
+}
+
+void live_bridge::hand_in(const wire_frame& wire, const frame_class& found, uint8_t direct, const subscriber_line& line,
+                          port_number port, bridge_port& from) {
+  if (!finish_checksum(wire)) {
+    ++from.counts.segmented;
+    return;
+  }
+  const octet_view frame = without_padding(wire.frame(), found);
+  const line_id_append_info info = line_append_info(line, found);
+  const auto receive = found.protocol == LINE_ID_PPPOE ? line_id_pppoe_receive : line_id_dhcp_receive;
+  const int32_t result = receive(frame.data(), static_cast<uint32_t>(frame.size()), port, direct, &info);
+  ++from.counts.trapped;
+  if (result < 0) ++from.counts.refusals[result];
+}
+
+// `port` is the subscriber port that hand_in() gave, in both directions.
+void live_bridge::frame_sent(uint8_t direct, uint16_t port, octet_view frame) {
+  if (direct == LINE_ID_UPSTREAM) {
+    uplink().port->send(frame);
+  } else if (port < ports_.size() - 1) {
+    ports_[port].port->send(frame);
+  } else {
+    for (size_t i = 0; i + 1 < ports_.size(); ++i) ports_[i].port->send(frame);
+  }
+}
