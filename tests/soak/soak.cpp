@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cinttypes>
 #include <cstdio>
@@ -41,7 +42,7 @@ struct client_churn {
 struct sample {
   uint64_t rss_kib;
   uint64_t in;
-  std::vector<uint64_t> latency;
+  std::array<uint64_t, 48 * latency_histogram::STEPS> latency;
 };
 
 uint64_t rss_kib() {
@@ -53,7 +54,7 @@ uint64_t rss_kib() {
 
 sample take_sample() {
   sample now = {rss_kib(), g_soak.in, {}};
-  for (const auto& count : g_soak.latency.counts) now.latency.push_back(count);
+  std::copy(g_soak.latency.counts.begin(), g_soak.latency.counts.end(), now.latency.begin());
   return now;
 }
 
@@ -101,35 +102,39 @@ bool check(bool holds, const char* what) {
   return holds;
 }
 
-bool report(const options& given, const std::vector<sample>& samples, const client_churn& churn, uint32_t units,
-            int32_t stop_result) {
+// Peaks of resident memory: while the tables fill, and from then on.
+struct memory_peaks {
+  uint64_t warm_kib = 0;
+  uint64_t late_kib = 0;
+};
+
+struct outcome {
+  sample first, last;
+  memory_peaks memory;
+  uint32_t units;
+  int32_t stop_result;
+};
+
+bool report(const options& given, const outcome& seen, const client_churn& churn) {
   const uint64_t dropped = g_soak.queued - g_soak.sent;
-  const sample& first = samples.front();
-  const sample& last = samples.back();
-  const size_t warm = std::max<size_t>(1, samples.size() / 5);
-  uint64_t warm_peak = 0;
-  uint64_t late_peak = 0;
-  for (size_t i = 0; i < samples.size(); ++i) {
-    uint64_t& peak = i <= warm ? warm_peak : late_peak;
-    peak = std::max(peak, samples[i].rss_kib);
-  }
   std::fprintf(g_out, "\n%.1f minutes, %" PRIu64 " frames, %" PRIu64 " clients with %u calls each\n", given.minutes,
                g_soak.in.load(), churn.lives.load(), CLIENT_CALLS);
   std::fprintf(g_out,
                "sent %" PRIu64 ", passed at once %" PRIu64 ", dropped %" PRIu64 ", refused %" PRIu64 ", alarms %" PRIu64
                "\n",
                g_soak.sent.load(), g_soak.passed.load(), dropped, g_soak.refused.load(), g_soak.alarms.load());
-  std::fprintf(g_out, "receive call to send: p50 %.1f us, p99 %.1f us\n", quantile_us(first, last, 0.5),
-               quantile_us(first, last, 0.99));
+  std::fprintf(g_out, "receive call to send: p50 %.1f us, p99 %.1f us\n", quantile_us(seen.first, seen.last, 0.5),
+               quantile_us(seen.first, seen.last, 0.99));
   std::fprintf(g_out, "resident memory: %" PRIu64 " KiB at most in the first fifth, %" PRIu64 " KiB after it\n\n",
-               warm_peak, late_peak);
+               seen.memory.warm_kib, seen.memory.late_kib);
   bool good = check(g_soak.in == g_soak.refused + g_soak.passed + g_soak.queued && g_soak.hooked == g_soak.queued,
                     "every frame is accounted for");
   good &= check(g_soak.strays == 0, "nothing was sent twice or unasked");
-  good &= check(units == SOAK_POOL_UNITS, "every pool unit came back");
-  if (given.minutes >= 1) good &= check(late_peak <= warm_peak + MEMORY_SLACK_KIB, "memory stays flat");
+  good &= check(seen.units == SOAK_POOL_UNITS, "every pool unit came back");
+  if (given.minutes >= 1)
+    good &= check(seen.memory.late_kib <= seen.memory.warm_kib + MEMORY_SLACK_KIB, "memory stays flat");
   good &= check(churn.lives > 0 && churn.failed_calls == 0, "no client's call failed");
-  good &= check(stop_result == 0, "the agent stopped cleanly, started again and stopped");
+  good &= check(seen.stop_result == 0, "the agent stopped cleanly, started again and stopped");
   return good;
 }
 
@@ -144,6 +149,7 @@ int run(const options& given) {
     soak_agent_stop();
     return 2;
   }
+  std::setvbuf(csv, nullptr, _IOLBF, BUFSIZ);
   std::fputs("second,rss_kib,frames_per_s,p50_us,p99_us,refused,client_lives,failed_calls\n", csv);
   std::atomic<bool> stop{false};
   client_churn churn;
@@ -154,17 +160,19 @@ int run(const options& given) {
   for (uint32_t i = 0; i < CLIENTS; ++i) {
     threads.emplace_back(churn_clients, given.seed + i, std::cref(stop), std::ref(churn));
   }
-  std::vector<sample> samples = {take_sample()};
+  outcome seen = {};
+  seen.first = seen.last = take_sample();
   const auto start = steady::now();
   const auto count = static_cast<uint32_t>(std::max(2.0, given.minutes * 60));
   for (uint32_t i = 1; i <= count; ++i) {
     std::this_thread::sleep_until(start + seconds(i));
-    const sample& before = samples.back();
-    const sample now = take_sample();
+    const sample before = seen.last;
+    const sample now = seen.last = take_sample();
+    uint64_t& peak = i <= count / 5 ? seen.memory.warm_kib : seen.memory.late_kib;
+    peak = std::max(peak, now.rss_kib);
     std::fprintf(csv, "%u,%" PRIu64 ",%" PRIu64 ",%.1f,%.1f,%" PRIu64 ",%" PRIu64 ",%" PRIu64 "\n", i, now.rss_kib,
                  now.in - before.in, quantile_us(before, now, 0.5), quantile_us(before, now, 0.99),
                  g_soak.refused.load(), churn.lives.load(), churn.failed_calls.load());
-    samples.push_back(now);
   }
   stop = true;
   for (std::thread& thread : threads) thread.join();
@@ -172,15 +180,15 @@ int run(const options& given) {
   soak_wait_drained();
   churn.failed_calls += soak_restore_settings();
   const std::vector<uint8_t> frame = soak_plain_frame();
-  const uint32_t units = soak_count_units(frame.data(), static_cast<uint32_t>(frame.size()), soak_line(0));
-  int32_t stop_result = soak_agent_stop();
+  seen.units = soak_count_units(frame.data(), static_cast<uint32_t>(frame.size()), soak_line(0));
+  seen.stop_result = soak_agent_stop();
   // A second life in the same process takes frames as the first did.
   if (!soak_agent_start() ||
-      soak_count_units(frame.data(), static_cast<uint32_t>(frame.size()), soak_line(0)) != units) {
-    stop_result = -1;
+      soak_count_units(frame.data(), static_cast<uint32_t>(frame.size()), soak_line(0)) != seen.units) {
+    seen.stop_result = -1;
   }
-  stop_result |= soak_agent_stop();
-  return report(given, samples, churn, units, stop_result) ? 0 : 1;
+  seen.stop_result |= soak_agent_stop();
+  return report(given, seen, churn) ? 0 : 1;
 }
 
 } // namespace
