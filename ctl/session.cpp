@@ -24,10 +24,11 @@ constexpr result_row CHANNEL_RESULTS[] = {
     {LINE_ID_ERR_REPLY_CODE, STATUS_TIMEOUT, "the agent does not answer in time"},
     {LINE_ID_ERR_REPLY_LEN, STATUS_TIMEOUT, "the agent does not answer in time"},
     {LINE_ID_ERR_NO_AREA, STATUS_REFUSED, "the agent has no such instance"},
-    {LINE_ID_ERR_SHARE_SEM, STATUS_PERMISSION, "cannot attach to the agent's semaphores: they belong to another user"},
-    {LINE_ID_ERR_SHARE_MEM, STATUS_PERMISSION, "cannot attach to the agent's memory: it belongs to another user"},
+    {LINE_ID_ERR_SHARE_SEM, STATUS_PERMISSION,
+     "cannot attach to the agent's semaphores, which may belong to another user"},
+    {LINE_ID_ERR_SHARE_MEM, STATUS_PERMISSION, "cannot attach to the agent's memory, which may belong to another user"},
     {LINE_ID_ERR_SHARE_QUEUE, STATUS_PERMISSION,
-     "cannot attach to the agent's queue: it has another key, or belongs to another user"},
+     "cannot attach to the agent's queue, which may have another key or belong to another user"},
 };
 
 const result_row* channel_result(int32_t code) {

@@ -387,7 +387,8 @@ LINE_ID_API int32_t line_id_stop(void);
  */
 LINE_ID_API int32_t line_id_init_share_resource(const uint32_t* key);
 
-/* 1 when an agent is alive on this prefix of shared objects (cross-process mode), else 0. */
+/* 1 when an agent is alive on this prefix of shared objects (cross-process mode), else 0; errno is then EACCES when the
+ * objects belong to another user. */
 LINE_ID_API int32_t line_id_is_service_running(void);
 
 /* ---------------------------------------------------------------------------------------------------- frames ---- */
