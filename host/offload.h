@@ -9,12 +9,12 @@
 // What stands before a frame on a packet socket with PACKET_VNET_HDR, in host byte order. (The kernel's own record is
 // in <linux/virtio_net.h>, which C++ does not accept.)
 struct offload_header {
-  uint8_t flags;
-  uint8_t segmentation; // 0: none
-  uint16_t header_len;  // octets before the first segment's payload, or 0
-  uint16_t segment_len;
-  uint16_t checksum_start;  // where the sum begins that the device is to take
-  uint16_t checksum_offset; // from there, of its field
+  uint8_t flags = 0;
+  uint8_t segmentation = 0; // 0: none
+  uint16_t header_len = 0;  // octets before the first segment's payload, or 0
+  uint16_t segment_len = 0;
+  uint16_t checksum_start = 0;  // where the sum begins that the device is to take
+  uint16_t checksum_offset = 0; // from there, of its field
 };
 constexpr size_t OFFLOAD_LEN = sizeof(offload_header);
 static_assert(OFFLOAD_LEN == 10);
