@@ -4,11 +4,17 @@
 #include "host/console.h"
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <poll.h>
 #include <time.h>
 
 namespace {
+
+// Frames of 2 KiB that wait in the rings of the ports.
+constexpr uint32_t MAX_RING_FRAMES = 2048;
+constexpr uint32_t MIN_RING_FRAMES = 128;
+constexpr size_t SUBSCRIBER_FRAMES = 32768; // of all subscriber ports together
 
 constexpr int CHECK_INTERVAL_MS = 500; // of the interfaces, and of the wish to end
 
@@ -18,9 +24,9 @@ int64_t now_ms() {
   return now.tv_sec * int64_t{1000} + now.tv_nsec / 1000000;
 }
 
-bridge_port make_port(const std::string& interface, const line_map& map) {
+bridge_port make_port(const std::string& interface, uint32_t ring_frames, const line_map& map) {
   const auto lines = map.by_port.find(interface);
-  return {.port = std::make_unique<packet_port>(interface),
+  return {.port = std::make_unique<packet_port>(interface, ring_frames),
           .lines = lines != map.by_port.end() ? &lines->second : nullptr,
           .counts = {}};
 }
@@ -29,8 +35,11 @@ bridge_port make_port(const std::string& interface, const line_map& map) {
 
 live_bridge::live_bridge(const std::vector<std::string>& subscribers, const std::string& uplink, const line_map& map)
     : map_(map), forwarding_(subscribers.size()) {
-  for (const std::string& interface : subscribers) ports_.push_back(make_port(interface, map));
-  ports_.push_back(make_port(uplink, map));
+  // A power of two, so that it fills whole blocks of memory.
+  const auto share = std::bit_floor(static_cast<uint32_t>(SUBSCRIBER_FRAMES / std::max<size_t>(subscribers.size(), 1)));
+  const uint32_t ring_frames = std::clamp(share, MIN_RING_FRAMES, MAX_RING_FRAMES);
+  for (const std::string& interface : subscribers) ports_.push_back(make_port(interface, ring_frames, map));
+  ports_.push_back(make_port(uplink, MAX_RING_FRAMES, map));
 }
 
 void live_bridge::check_ports() {
@@ -67,6 +76,7 @@ void live_bridge::serve(size_t index) {
     }
   }
   for (bridge_port& each : ports_) each.port->flush();
+  ports_[index].port->release();
 }
 
 void live_bridge::upstream(const wire_frame& wire, port_number from) {

@@ -12,10 +12,12 @@
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 namespace {
 
+constexpr uint32_t RING_BLOCK = 65536;
 constexpr int BUFFER_OCTETS = 16 << 20; // of a socket: some bursts of segmented frames
 // The longest frame that the agent makes has 1536 octets, 14 of them the Ethernet header. Frames with two VLAN tags,
 // which the usual 1500 refuses, fit as well.
@@ -29,9 +31,15 @@ sockaddr_ll address_of(int index) {
   return address;
 }
 
-bool switch_on(int fd, int option) {
-  const int on = 1;
-  return setsockopt(fd, SOL_PACKET, option, &on, sizeof(on)) == 0;
+bool set_option(int fd, int option, int value) {
+  return setsockopt(fd, SOL_PACKET, option, &value, sizeof(value)) == 0;
+}
+
+bool switch_on(int fd, int option) { return set_option(fd, option, 1); }
+
+// The kernel and this thread hand a slot to each other by its first word.
+std::atomic_ref<uint32_t> status_of(uint8_t* slot) {
+  return std::atomic_ref<uint32_t>(*reinterpret_cast<uint32_t*>(slot));
 }
 
 // Beyond the system's limit where that is allowed.
@@ -44,22 +52,8 @@ bool is_gone(int error) { return error == ENETDOWN || error == ENODEV || error =
 
 } // namespace
 
-receive_batch::receive_batch() : frames(), memory_(FRAMES * STRIDE), control_(), parts_(), messages_() {
-  for (size_t i = 0; i < FRAMES; ++i) {
-    parts_[i] = {.iov_base = &memory_[i * STRIDE + TAG_LEN], .iov_len = OFFLOAD_LEN + MAX_WIRE_FRAME};
-    messages_[i].msg_hdr.msg_iov = &parts_[i];
-    messages_[i].msg_hdr.msg_iovlen = 1;
-    prepare(i);
-  }
-}
-
-// The kernel writes into both.
-void receive_batch::prepare(size_t index) {
-  messages_[index].msg_hdr.msg_control = control_[index];
-  messages_[index].msg_hdr.msg_controllen = CONTROL_LEN;
-}
-
-packet_port::packet_port(std::string interface) : name_(std::move(interface)) {
+packet_port::packet_port(std::string interface, uint32_t ring_frames)
+    : name_(std::move(interface)), ring_frames_(ring_frames) {
   sender_ = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0); // protocol 0: it receives nothing
   if (sender_ < 0) {
     const bool forbidden = errno == EPERM || errno == EACCES;
@@ -107,28 +101,45 @@ void packet_port::open(int index) {
   promiscuous.mr_ifindex = index;
   promiscuous.mr_type = PACKET_MR_PROMISC;
   const sockaddr_ll address = address_of(index);
-  const bool good = socket_ >= 0 && switch_on(socket_, PACKET_VNET_HDR) && switch_on(socket_, PACKET_AUXDATA) &&
-                    switch_on(socket_, PACKET_IGNORE_OUTGOING) &&
-                    setsockopt(socket_, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &promiscuous, sizeof(promiscuous)) == 0;
-  if (good) {
-    set_buffer(socket_, SO_RCVBUFFORCE, SO_RCVBUF);
-    set_buffer(socket_, SO_SNDBUFFORCE, SO_SNDBUF);
-  }
-  if (!good || bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+  const bool good = socket_ >= 0 && open_ring() && switch_on(socket_, PACKET_IGNORE_OUTGOING) &&
+                    setsockopt(socket_, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &promiscuous, sizeof(promiscuous)) == 0 &&
+                    bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+  if (!good) {
     const int error = errno;
     close();
-    if (!is_gone(error)) {
-      throw host_failure(EXIT_PRIVILEGES, "cannot listen on interface " + name_ + ": " + std::strerror(error));
-    }
-    return;
+    if (is_gone(error)) return;
+    throw host_failure(EXIT_PRIVILEGES, "cannot listen on interface " + name_ + ": " + std::strerror(error));
   }
   index_ = index;
   raise_mtu();
 }
 
+// The ring is of the second version: the third wakes its reader by a timer of several milliseconds, which everything
+// that crosses would feel.
+bool packet_port::open_ring() {
+  set_buffer(socket_, SO_RCVBUFFORCE, SO_RCVBUF); // for frames that are too long for the ring
+  set_buffer(socket_, SO_SNDBUFFORCE, SO_SNDBUF);
+  tpacket_req request = {};
+  request.tp_block_size = RING_BLOCK;
+  request.tp_block_nr = static_cast<unsigned>(ring_frames_ * SLOT_LEN / RING_BLOCK);
+  request.tp_frame_size = SLOT_LEN;
+  request.tp_frame_nr = ring_frames_;
+  const bool good = switch_on(socket_, PACKET_VNET_HDR) && set_option(socket_, PACKET_VERSION, TPACKET_V2) &&
+                    set_option(socket_, PACKET_RESERVE, TAG_LEN) && switch_on(socket_, PACKET_COPY_THRESH) &&
+                    setsockopt(socket_, SOL_PACKET, PACKET_RX_RING, &request, sizeof(request)) == 0;
+  if (!good) return false;
+  void* memory = mmap(nullptr, ring_frames_ * SLOT_LEN, PROT_READ | PROT_WRITE, MAP_SHARED, socket_, 0);
+  if (memory == MAP_FAILED) return false;
+  ring_ = static_cast<uint8_t*>(memory);
+  next_slot_ = slots_taken_ = 0;
+  return true;
+}
+
 void packet_port::close() {
   if (socket_ < 0) return;
   add_lost();
+  if (ring_ != nullptr) munmap(ring_, ring_frames_ * SLOT_LEN);
+  ring_ = nullptr;
   ::close(socket_);
   socket_ = -1;
   index_ = 0;
@@ -152,42 +163,59 @@ void packet_port::raise_mtu() {
 }
 
 size_t packet_port::receive(receive_batch& batch) {
-  const int got = recvmmsg(socket_, batch.messages_, receive_batch::FRAMES, MSG_DONTWAIT, nullptr);
-  if (got < 0) {
-    if (is_gone(errno)) {
-      close();
-    } else if (errno != EAGAIN && errno != EINTR) {
-      ++counts_.unreadable;
-    }
-    return 0;
-  }
   size_t taken = 0;
-  for (size_t i = 0; i < static_cast<size_t>(got); ++i) {
-    if (take_message(batch, i, taken)) ++taken;
-    batch.prepare(i);
+  while (taken < receive_batch::FRAMES && slots_taken_ < ring_frames_) {
+    const uint32_t status = status_of(slot(next_slot_)).load(std::memory_order_acquire);
+    if ((status & TP_STATUS_USER) == 0) break;
+    if (take_slot(slot(next_slot_), status, batch, taken)) ++taken;
+    next_slot_ = next_slot_ + 1 == ring_frames_ ? 0 : next_slot_ + 1;
+    ++slots_taken_;
   }
-  counts_.received += static_cast<uint64_t>(got);
+  counts_.received += slots_taken_;
+  if (slots_taken_ == 0) take_notice();
   return taken;
 }
 
-bool packet_port::take_message(receive_batch& batch, size_t index, size_t slot) {
-  msghdr& message = batch.messages_[index].msg_hdr;
-  if ((message.msg_flags & MSG_TRUNC) != 0 || batch.messages_[index].msg_len < OFFLOAD_LEN) {
+bool packet_port::take_slot(uint8_t* slot, uint32_t status, receive_batch& batch, size_t taken) {
+  tpacket2_hdr header = {};
+  std::memcpy(&header, slot, sizeof(header));
+  wire_frame& wire = batch.frames[taken];
+  if ((status & TP_STATUS_COPY) != 0) { // too long for the slot: the whole frame is in the socket's queue
+    wire.start = &batch.memory_[taken * receive_batch::STRIDE + TAG_LEN];
+    const ssize_t len =
+        recv(socket_, wire.start, OFFLOAD_LEN + receive_batch::MAX_WIRE_FRAME, MSG_DONTWAIT | MSG_TRUNC);
+    wire.len = len > 0 ? static_cast<size_t>(len) : 0;
+  } else {
+    wire.start = slot + header.tp_mac - OFFLOAD_LEN;
+    wire.len = OFFLOAD_LEN + header.tp_snaplen;
+  }
+  if (wire.len != OFFLOAD_LEN + header.tp_len || header.tp_len > receive_batch::MAX_WIRE_FRAME) {
     ++counts_.unreadable;
     return false;
   }
-  wire_frame& wire = batch.frames[slot];
-  wire.start = static_cast<uint8_t*>(batch.parts_[index].iov_base);
-  wire.len = batch.messages_[index].msg_len;
-  for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part)) {
-    if (part->cmsg_level != SOL_PACKET || part->cmsg_type != PACKET_AUXDATA) continue;
-    tpacket_auxdata found = {};
-    std::memcpy(&found, CMSG_DATA(part), sizeof(found));
-    if ((found.tp_status & TP_STATUS_VLAN_VALID) == 0) continue;
-    const bool has_tpid = (found.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0;
-    put_tag_back(wire, has_tpid ? found.tp_vlan_tpid : uint16_t{ETH_P_8021Q}, found.tp_vlan_tci);
+  // The tag's number alone does not say whether there was one.
+  if ((status & TP_STATUS_VLAN_VALID) != 0) {
+    const bool has_tpid = (status & TP_STATUS_VLAN_TPID_VALID) != 0;
+    put_tag_back(wire, has_tpid ? header.tp_vlan_tpid : uint16_t{ETH_P_8021Q}, header.tp_vlan_tci);
   }
   return true;
+}
+
+void packet_port::release() {
+  for (; slots_taken_ > 0 && ring_ != nullptr; --slots_taken_) {
+    const uint32_t index = (next_slot_ + ring_frames_ - slots_taken_) % ring_frames_;
+    status_of(slot(index)).store(TP_STATUS_KERNEL, std::memory_order_release);
+  }
+  slots_taken_ = 0;
+}
+
+// Woken without a frame: the socket has an error to tell, or a long frame whose slot is gone.
+void packet_port::take_notice() {
+  if (recv(socket_, nullptr, 0, MSG_DONTWAIT | MSG_TRUNC) >= 0) {
+    ++counts_.unreadable;
+  } else if (is_gone(errno)) {
+    close();
+  }
 }
 
 void packet_port::queue(const wire_frame& wire) { queued_.push_back({.iov_base = wire.start, .iov_len = wire.len}); }

@@ -10,30 +10,24 @@
 #include <mutex>
 #include <string>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <vector>
 
-// The longest frame that counts: segmented ones reach 64 KiB and their headers.
-constexpr size_t MAX_WIRE_FRAME = 65536 + 128;
-
-// Frames received in one go, and the memory for them. One batch serves all ports of a thread.
+// Frames taken from a port in one go. They stay in the port's ring, but for those that are too long for it, whose
+// memory is here. One batch serves all ports of a thread.
 class receive_batch {
 public:
   static constexpr size_t FRAMES = 64;
-  receive_batch();
+  receive_batch() : memory_(FRAMES * STRIDE) {}
 
-  wire_frame frames[FRAMES];
+  wire_frame frames[FRAMES] = {};
 
 private:
   friend class packet_port;
-  void prepare(size_t index);
-
-  static constexpr size_t CONTROL_LEN = 64; // a tpacket_auxdata with its header
-  // Not a power of two apart: the heads of all frames would share the same lines of the cache.
-  static constexpr size_t STRIDE = TAG_LEN + OFFLOAD_LEN + MAX_WIRE_FRAME + 578;
+  // Segmented frames reach 64 KiB and their headers.
+  static constexpr size_t MAX_WIRE_FRAME = 65536 + 128;
+  static constexpr size_t STRIDE = TAG_LEN + OFFLOAD_LEN + MAX_WIRE_FRAME + 2;
   std::vector<uint8_t> memory_;
-  alignas(8) uint8_t control_[FRAMES][CONTROL_LEN];
-  iovec parts_[FRAMES];
-  mmsghdr messages_[FRAMES];
 };
 
 struct port_counts {
@@ -50,7 +44,8 @@ class packet_port {
 public:
   // Throws host_failure (EXIT_PRIVILEGES) when this process may not open packet sockets. The interface need not be
   // there.
-  explicit packet_port(std::string interface);
+  // `ring_frames`: short frames that wait here until they are received.
+  packet_port(std::string interface, uint32_t ring_frames);
   ~packet_port();
   packet_port(const packet_port&) = delete;
   packet_port& operator=(const packet_port&) = delete;
@@ -60,8 +55,9 @@ public:
   // Opens or closes the port as the interface has come or gone, and says so.
   void check();
   int descriptor() const { return socket_; } // to poll; -1 while the port is closed
-  // Takes frames that have come in, with their tags put back: how many.
+  // Takes frames that have come in, with their tags put back: how many. They are there until release().
   size_t receive(receive_batch& batch);
+  void release();
   // Sends a frame, header and all, with the next flush; its memory must stay until then.
   void queue(const wire_frame& wire);
   void flush();
@@ -75,14 +71,23 @@ private:
   port_state look(int& index) const;
   void open(int index);
   void close();
-  bool take_message(receive_batch& batch, size_t index, size_t slot);
+  bool open_ring();
+  uint8_t* slot(uint32_t index) const { return ring_ + size_t{index} * SLOT_LEN; }
+  bool take_slot(uint8_t* slot, uint32_t status, receive_batch& batch, size_t taken);
+  void take_notice();
   void raise_mtu();
   void count_failure(int error, uint64_t frames = 1);
   void add_lost();
 
+  static constexpr size_t SLOT_LEN = 2048; // holds a frame of the usual MTU
+
   const std::string name_;
+  const uint32_t ring_frames_;
   int sender_ = -1; // for frames without a header, and for questions about the interface
   int socket_ = -1;
+  uint8_t* ring_ = nullptr;
+  uint32_t next_slot_ = 0;
+  uint32_t slots_taken_ = 0; // before the next one, since the last release()
   port_state state_ = PORT_UNKNOWN;
   bool mtu_settled_ = false;
   std::atomic<int> index_ = 0; // of the interface while the port is open
