@@ -18,6 +18,9 @@ constexpr const char* START_LINE = "lineid start ."; // printed by the agent whe
 } // namespace
 
 running_agent::running_agent(const line_map& map, frame_events& events, const agent_options& options) {
+  if (options.other_processes && line_id_is_service_running() == 1) {
+    throw host_failure(EXIT_AGENT, "another agent serves already; LINE_ID_IPC_PREFIX keeps several apart");
+  }
   load_instances(map, events, options.other_processes);
   line_id_set_line_id_buf_pool_num(options.pool_units);
   start_worker();

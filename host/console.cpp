@@ -1,30 +1,31 @@
-// Standard output, standard error and the pipe behind the agent's messages.
+// Standard output and the pipe behind the agent's messages.
 #include "host/console.h"
 
+#include "host/console_notes.h"
+#include "host/console_socket.h"
 #include "host/failure.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <random>
 #include <thread>
 #include <unistd.h>
 #include <utility>
 
 namespace {
 
-constexpr std::string_view SYNC_LINE = "\x01sync";
-constexpr int BAR_WIDTH = 40;
-constexpr std::chrono::milliseconds BAR_DELAY{500};
+constexpr std::string_view MARK = "mark ";
+constexpr char ESCAPE = '\x01'; // begins the host's own words among the agent's
 
 struct console_state {
   FILE* out = nullptr; // the user's standard output; set before the reader starts
   FILE* pipe = nullptr;
   int saved_stdout = -1;
   std::thread reader;
+  std::string secret; // set before the reader starts
 
   std::mutex lock; // guards what follows, for the reader and all callers
   std::condition_variable synced;
@@ -33,27 +34,15 @@ struct console_state {
   std::vector<std::string> held;
   std::string watched;
   std::function<void()> seen;
-
-  std::mutex error_lock; // guards standard error and the bar
-  int bar_percent = -1;  // drawn, or -1
 };
 console_state g_console;
 
-void clear_bar() {
-  if (g_console.bar_percent >= 0) std::fprintf(stderr, "\r\x1b[K");
-  g_console.bar_percent = -1;
-}
-
 void take_line(std::string line) {
   std::erase(line, '\r');
+  console_socket_send(line);
   std::function<void()> seen;
   {
     const std::lock_guard<std::mutex> guard(g_console.lock);
-    if (line == SYNC_LINE) {
-      ++g_console.sync_count;
-      g_console.synced.notify_all();
-      return;
-    }
     if (!g_console.watched.empty() && line.find(g_console.watched) != std::string::npos) {
       g_console.watched.clear();
       seen = std::exchange(g_console.seen, nullptr);
@@ -65,14 +54,37 @@ void take_line(std::string line) {
   if (!line.empty()) console_note("agent: " + line);
 }
 
+// The host's own words carry what no agent can print by chance.
+std::string own_word(std::string_view what) { return ESCAPE + g_console.secret + std::string(what); }
+
+void take_own_word(std::string_view what) {
+  if (what.substr(0, MARK.size()) == MARK) {
+    console_socket_mark(static_cast<uint32_t>(std::strtoul(what.data() + MARK.size(), nullptr, 10)));
+    return;
+  }
+  const std::lock_guard<std::mutex> guard(g_console.lock);
+  ++g_console.sync_count;
+  g_console.synced.notify_all();
+}
+
 void read_pipe() {
   char* line = nullptr;
   size_t size = 0;
+  const std::string own = own_word("");
   for (ssize_t len; (len = getline(&line, &size, g_console.pipe)) >= 0;) {
     if (len > 0 && line[len - 1] == '\n') --len;
-    take_line(std::string(line, static_cast<size_t>(len)));
+    const std::string text(line, static_cast<size_t>(len));
+    const size_t at = text.find(own);
+    // The agent may have left the line before the host's word unfinished.
+    if (at != 0) take_line(text.substr(0, at));
+    if (at != std::string::npos) take_own_word(text.substr(at + own.size()));
   }
   std::free(line);
+}
+
+std::string random_word() {
+  std::random_device device;
+  return std::to_string(device()) + "." + std::to_string(device()) + ".";
 }
 
 [[noreturn]] void cannot_move() {
@@ -81,8 +93,10 @@ void read_pipe() {
 
 } // namespace
 
-void console_open() {
+void console_open(console_patience patience) {
   std::fflush(stdout);
+  g_console.secret = random_word();
+  console_notes_open(patience == CONSOLE_DROP);
   int ends[2];
   g_console.saved_stdout = dup(STDOUT_FILENO);
   const int own = g_console.saved_stdout >= 0 ? dup(STDOUT_FILENO) : -1;
@@ -98,6 +112,8 @@ void console_close() {
   std::fflush(stdout);
   dup2(g_console.saved_stdout, STDOUT_FILENO); // the last writing end: the reader sees the end of the pipe
   g_console.reader.join();
+  console_socket_close();
+  console_notes_close();
   close(g_console.saved_stdout);
   std::fclose(g_console.pipe);
   std::fclose(g_console.out);
@@ -105,10 +121,12 @@ void console_close() {
 
 FILE* console_out() { return g_console.out; }
 
-void console_note(std::string_view text) {
-  const std::lock_guard<std::mutex> guard(g_console.error_lock);
-  clear_bar();
-  std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
+std::string console_publish() {
+  // Asked for on the socket's thread: the word goes behind all that the agent has printed.
+  return console_socket_open([](uint32_t reader) {
+    std::printf("%s%u\n", own_word(MARK).c_str(), reader);
+    std::fflush(stdout);
+  });
 }
 
 void console_set_mode(console_mode mode) {
@@ -120,37 +138,15 @@ std::vector<std::string> console_take_held() {
   std::unique_lock<std::mutex> guard(g_console.lock);
   const uint32_t before = g_console.sync_count;
   guard.unlock();
-  // A line of our own behind all that is in the stream; the agent may have left a line unfinished.
-  std::printf("\n%s\n", SYNC_LINE.data());
+  std::printf("%s\n", own_word("sync").c_str()); // behind all that is in the stream
   std::fflush(stdout);
   guard.lock();
   g_console.synced.wait(guard, [before] { return g_console.sync_count != before; });
-  std::vector<std::string> lines = std::exchange(g_console.held, {});
-  if (!lines.empty() && lines.back().empty()) lines.pop_back();
-  return lines;
+  return std::exchange(g_console.held, {});
 }
 
 void console_watch(std::string text, std::function<void()> seen) {
   const std::lock_guard<std::mutex> guard(g_console.lock);
   g_console.watched = std::move(text);
   g_console.seen = std::move(seen);
-}
-
-void console_progress(double share) {
-  static const bool terminal = isatty(STDERR_FILENO) == 1;
-  static const auto start = std::chrono::steady_clock::now();
-  if (!terminal || std::chrono::steady_clock::now() - start < BAR_DELAY) return;
-  const std::lock_guard<std::mutex> guard(g_console.error_lock);
-  const int percent = static_cast<int>(std::clamp(share, 0.0, 1.0) * 100);
-  if (percent == g_console.bar_percent) return;
-  const int filled = percent * BAR_WIDTH / 100;
-  std::fprintf(stderr, "\r%3d %% [%s%s]", percent, std::string(filled, '#').c_str(),
-               std::string(BAR_WIDTH - filled, ' ').c_str());
-  std::fflush(stderr);
-  g_console.bar_percent = percent;
-}
-
-void console_progress_end() {
-  const std::lock_guard<std::mutex> guard(g_console.error_lock);
-  clear_bar();
 }

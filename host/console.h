@@ -14,15 +14,25 @@ enum console_mode {
   CONSOLE_RELAY, // put on standard error as they come, with "agent: " before them
 };
 
+// What happens to notes and the agent's lines while nobody reads standard error.
+enum console_patience {
+  CONSOLE_WAIT, // their writers wait: nothing is lost
+  CONSOLE_DROP, // they are dropped and counted: the agent never waits for a terminal
+};
+
 // Moves standard output; the first call of a run, before any thread. Throws host_failure (EXIT_AGENT).
-void console_open();
+void console_open(console_patience patience);
 // Puts standard output back and ends the reader. What is still held is lost.
 void console_close();
+
+// Publishes the agent's lines as host/console_path.h says, until console_close. Throws host_failure (EXIT_AGENT) when
+// another host publishes there; when it cannot publish at all, it warns. Where: empty then.
+std::string console_publish();
 
 // The user's standard output.
 FILE* console_out();
 
-// One line on standard error, from any thread; takes a progress bar away first.
+// One line on standard error, from any thread, in the order of the calls; takes a progress bar away first.
 void console_note(std::string_view text);
 
 void console_set_mode(console_mode mode);

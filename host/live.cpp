@@ -79,6 +79,7 @@ void live(const live_options& options, const line_map& map, const std::atomic<bo
   {
     running_agent agent(map, bridge, {.pool_units = options.pool_units, .other_processes = true});
     console_set_mode(CONSOLE_RELAY);
+    console_publish();
     console_note("lineid-host: ready; subscribers on " + joined(options.subscribers) + ", uplink on " + options.uplink);
     bridge.run(ended);
     statistics = agent.statistics();

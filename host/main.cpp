@@ -4,6 +4,7 @@
 #include "host/line_map.h"
 #include "host/live_command.h"
 #include "host/replay.h"
+#include "host/serve.h"
 #include "include/line_id.h"
 
 #include <CLI/CLI.hpp>
@@ -26,6 +27,16 @@ constexpr const char* REPLAY_ABOUT =
     "Directions come from the messages. A summary follows on standard output; warnings, alarms and the agent's\n"
     "own messages go to standard error.\n\n"
     "Example: lineid-host replay subscribers.pcap -o out.pcap --lines lines.toml --verbose";
+
+constexpr const char* SERVE_ABOUT =
+    "Run an agent without frames until SIGINT or SIGTERM, for other processes to configure and read: the command line\n"
+    "client, or programs over the client calls. LINE_ID_IPC_PREFIX keeps several apart. What the agent prints goes to\n"
+    "standard error, and to those that read the published console.\n\n"
+    "Example: lineid-host serve --lines lines.toml";
+
+constexpr const char* LINES_ABOUT =
+    "line map (TOML): lines, devices and settings of the agent; without it everything is on and all frames belong to "
+    "one line";
 
 constexpr const char* EXIT_CODES =
     "Exit codes: 0 done, 1 the agent failed, 2 wrong arguments, 3 the capture cannot be read,\n"
@@ -51,6 +62,7 @@ struct arguments {
   std::string lines;
   std::string direction;
   bool no_progress = false;
+  uint32_t serve_pool_units = DEFAULT_POOL;
   live_arguments live;
 };
 
@@ -59,9 +71,7 @@ void add_replay(CLI::App& app, arguments& given) {
   replay->footer(EXIT_CODES);
   replay->add_option("CAPTURE", given.replay.capture, "the capture to read")->required();
   replay->add_option("-o,--output", given.replay.output, "the pcap file to write; replaced when it exists")->required();
-  replay->add_option("-l,--lines", given.lines,
-                     "line map (TOML): lines, devices and settings of the agent; without it everything is on and all "
-                     "frames belong to one line");
+  replay->add_option("-l,--lines", given.lines, LINES_ABOUT);
   replay->add_option("-d,--direction", given.direction, "direction of all frames, where the messages mislead")
       ->check(CLI::IsMember({"up", "down"}));
   replay->add_option("--pool", given.replay.pool_units, "frames that the agent can hold at a time")
@@ -72,12 +82,25 @@ void add_replay(CLI::App& app, arguments& given) {
   replay->add_flag("--json", given.replay.json,
                    "the summary as one line of JSON; with --verbose a line for each frame before it");
   replay->add_flag("--no-progress", given.no_progress, "no progress bar on a terminal");
+  replay->add_flag("--hold", given.replay.hold,
+                   "let other processes configure the agent, and hold the capture back until a line, or the end, of "
+                   "standard input");
+}
+
+CLI::App* add_serve(CLI::App& app, arguments& given) {
+  CLI::App* serve = app.add_subcommand("serve", SERVE_ABOUT);
+  serve->add_option("-l,--lines", given.lines, LINES_ABOUT);
+  serve->add_option("--pool", given.serve_pool_units, "frames that the agent can hold at a time")
+      ->check(CLI::Range(1U, MAX_POOL))
+      ->capture_default_str();
+  return serve;
 }
 
 // Runs `work` with the map of the file `lines`, or the built-in one, and the console moved: the exit code.
-int run_with_map(const std::string& lines, const std::function<void(const line_map&)>& work) {
+int run_with_map(const std::string& lines, console_patience patience,
+                 const std::function<void(const line_map&)>& work) {
   int code = EXIT_OK;
-  console_open();
+  console_open(patience);
   try {
     work(lines.empty() ? line_map_built_in() : line_map_read(lines));
   } catch (const host_failure& failure) {
@@ -101,11 +124,18 @@ int run_replay(arguments& given) {
   if (given.direction == "up") options.direct = LINE_ID_UPSTREAM;
   if (given.direction == "down") options.direct = LINE_ID_DOWNSTREAM;
   options.progress = !given.no_progress && !options.verbose;
-  return run_with_map(given.lines, [&options](const line_map& map) { replay(options, map, g_interrupted); });
+  return run_with_map(given.lines, CONSOLE_WAIT,
+                      [&options](const line_map& map) { replay(options, map, g_interrupted); });
 }
 
 int run_live(const live_arguments& given) {
-  return run_with_map(given.lines, [&given](const line_map& map) { live(given.options, map, g_interrupted); });
+  return run_with_map(given.lines, CONSOLE_DROP,
+                      [&given](const line_map& map) { live(given.options, map, g_interrupted); });
+}
+
+int run_serve(const arguments& given) {
+  return run_with_map(given.lines, CONSOLE_DROP,
+                      [&given](const line_map& map) { serve(given.serve_pool_units, map, g_interrupted); });
 }
 
 int run(int argc, char** argv) {
@@ -116,6 +146,7 @@ int run(int argc, char** argv) {
   arguments given;
   given.replay.pool_units = given.live.options.pool_units = DEFAULT_POOL;
   add_replay(app, given);
+  const CLI::App* serve = add_serve(app, given);
   const CLI::App* live = add_live(app, given.live);
   try {
     app.parse(argc, argv);
@@ -124,6 +155,7 @@ int run(int argc, char** argv) {
     return code == 0 ? EXIT_OK : EXIT_USAGE;
   }
   install_signals();
+  if (serve->parsed()) return run_serve(given);
   return live->parsed() ? run_live(given.live) : run_replay(given);
 }
 

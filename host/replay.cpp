@@ -8,15 +8,19 @@
 #include "host/report.h"
 #include "host/window.h"
 
+#include <poll.h>
+#include <unistd.h>
+
 namespace {
 
-constexpr int MAX_TRIES = 3; // with the worker at rest, the agent has room unless it has lost its units
+constexpr int HOLD_POLL_MS = 50; // between looks for an interrupt
+constexpr int MAX_TRIES = 3;     // with the worker at rest, the agent has room unless it has lost its units
 
 struct replay_run {
   replay_run(const replay_options& given, const line_map& lines)
       : options(given), map(lines), report(given.json, given.verbose), reader(given.capture),
         writer(given.output, given.capture), window(given.pool_units),
-        agent(lines, window, {.pool_units = given.pool_units, .other_processes = false}) {}
+        agent(lines, window, {.pool_units = given.pool_units, .other_processes = given.hold}) {}
 
   frame_record prepare(captured_frame&& captured);
   void hand_in(frame_record& frame);
@@ -106,6 +110,18 @@ void replay_run::run(const std::atomic<bool>& interrupted) {
   if (window.strays() > 0) throw host_failure(EXIT_AGENT, "the agent sent frames that nobody had handed in");
 }
 
+// Until a line, or the end, of standard input.
+void wait_until_told(const std::atomic<bool>& interrupted) {
+  console_publish();
+  console_note("holding the capture back; a line on standard input lets it go");
+  for (char octet = 0; octet != '\n';) {
+    if (interrupted) throw host_failure(EXIT_INTERRUPTED, "interrupted");
+    pollfd input = {STDIN_FILENO, POLLIN, 0};
+    if (poll(&input, 1, HOLD_POLL_MS) <= 0) continue;
+    if (read(STDIN_FILENO, &octet, 1) <= 0) return;
+  }
+}
+
 } // namespace
 
 void replay(const replay_options& options, const line_map& map, const std::atomic<bool>& interrupted) {
@@ -115,6 +131,7 @@ void replay(const replay_options& options, const line_map& map, const std::atomi
     for (const std::string& line : console_take_held()) console_note("agent: " + line);
   }
   console_set_mode(CONSOLE_RELAY);
+  if (options.hold) wait_until_told(interrupted);
   replay.run(interrupted);
   std::vector<std::string> statistics;
   if (options.statistics) statistics = replay.agent.statistics();

@@ -16,6 +16,7 @@ struct replay_options {
   bool json;
   bool statistics;
   bool progress;
+  bool hold; // other processes configure the agent before the first frame
 };
 
 // Throws host_failure; the output then does not exist. `interrupted` may be set by a signal handler: the replay ends

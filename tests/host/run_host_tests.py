@@ -6,10 +6,12 @@ import pathlib
 import re
 import shutil
 import signal
+import socket
 import struct
 import subprocess
 import sys
 import tempfile
+import threading
 
 DEMO = pathlib.Path(__file__).resolve().parents[2] / "demo"
 sys.dont_write_bytecode = True
@@ -146,6 +148,83 @@ def test_interrupt():
     _, errors = run.communicate(timeout=60)
     check("interrupted", run.returncode == 130 and "interrupted" in errors, (run.returncode, errors))
     equal("interrupted: nothing is left", list(FOLDER.glob("*out*")), [])
+
+
+# ---- hosts that other processes configure
+
+CONSOLE = FOLDER / "console"
+SHARED = {**os.environ, "LINE_ID_IPC_PREFIX": f"lineid-host-test-{os.getpid()}", "LINE_ID_CONSOLE": str(CONSOLE)}
+
+
+def start(*arguments, **options):
+    return subprocess.Popen([HOST, *map(str, arguments)], stdout=subprocess.PIPE, text=True, env=SHARED, **options)
+
+
+class Reader(socket.socket):
+    def __init__(self):
+        super().__init__(socket.AF_UNIX)
+        self.settimeout(30)
+        self.connect(str(CONSOLE))
+
+    def until_mark(self):
+        self.sendall(b"?")
+        data = b""
+        while not data.endswith(b"\x01end\n"):
+            more = self.recv(65536)
+            if not more:
+                return None
+            data += more
+        return data[:-5].decode()
+
+
+def test_serve():
+    for number in (signal.SIGINT, signal.SIGTERM):
+        with start("serve", "--lines", store("lines.toml", LINES), stderr=subprocess.DEVNULL) as serving:
+            equal("serving", serving.stdout.readline(), f"serving; console {CONSOLE}\n")
+            refused("one host at a time", 1, ["another agent serves already"], ["serve"], env=SHARED)
+            with Reader() as reader:
+                equal("a mark without lines", reader.until_mark(), "")
+            serving.send_signal(number)
+            equal("ended", serving.communicate(timeout=30)[0], "ended\n")
+            check("the console is gone", serving.returncode == 0 and not CONSOLE.exists(), serving.returncode)
+    with socket.socket(socket.AF_UNIX) as dead:
+        dead.bind(str(CONSOLE))  # left over: nobody listens
+    with start("serve", stderr=subprocess.DEVNULL) as serving:
+        equal("a dead host's console", serving.stdout.readline(), f"serving; console {CONSOLE}\n")
+        check("open to its owner alone", CONSOLE.stat().st_mode & 0o077 == 0)
+        serving.terminate()
+
+
+def test_hold():
+    traced = LINES.replace("[[instance]]\n", "[agent]\ndebug_level = 2\n[[instance]]\ndebug_dhcpv4 = true\n")
+    capture = store("in.pcap", make.pcap([make.dhcp4_up(CLIENT, make.DISCOVER)] * 4000))
+    held = start("replay", capture, "-o", OUT, "--lines", store("lines.toml", traced), "--json", "--hold",
+                 stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+    errors = held.stderr.readline()
+    while errors and "holding" not in errors:
+        errors = held.stderr.readline()
+    with Reader() as reader, Reader() as idle:
+        check("the capture is held back", held.poll() is None)
+        seen = []
+
+        def read_all():
+            while more := reader.recv(65536):
+                seen.append(more)
+        threads = [threading.Thread(target=read_all), threading.Thread(target=held.stderr.read)]
+        for thread in threads:
+            thread.start()
+        held.stdin.write("go\n")
+        held.stdin.close()
+        equal("held frames came through", (held.wait(120), len(read_pcap(OUT))), (0, 4000))
+        for thread in threads:
+            thread.join(30)
+        lines = b"".join(seen)
+        equal("a reader gets every line", lines.count(b"dhcpv4 pkt rev from"), 4000)
+        taken = 0
+        while more := idle.recv(65536):
+            taken += len(more)
+        check("a reader that does not keep up is cut off", taken < len(lines), (taken, len(lines)))
+    OUT.unlink()
 
 
 def test_bad_line_maps():
@@ -511,7 +590,7 @@ def test_demo():
 
 
 def main():
-    tests = [test_refusals, test_interrupt, test_bad_line_maps, test_order, test_untouched, test_formats,
+    tests = [test_refusals, test_interrupt, test_serve, test_hold, test_bad_line_maps, test_order, test_untouched, test_formats,
              test_directions,
              test_line_facts, test_settings, test_balances, test_demo]
     try:
@@ -520,6 +599,8 @@ def main():
             test()
     finally:
         shutil.rmtree(FOLDER)
+        for left in pathlib.Path("/dev/shm").glob(SHARED["LINE_ID_IPC_PREFIX"] + ".*"):
+            left.unlink()
     print(f"\n{len(FAILED)} checks failed" if FAILED else "\nall checks passed")
     return 1 if FAILED else 0
 
