@@ -171,7 +171,7 @@ int open_listener(const std::string& path) {
 } // namespace
 
 std::string console_socket_open(std::function<void(uint32_t)> ask_mark) {
-  const std::string path = console_socket_path();
+  std::string path = console_socket_path();
   g_socket.listener = open_listener(path);
   if (g_socket.listener < 0 || pipe2(g_socket.wake, O_CLOEXEC | O_NONBLOCK) != 0) {
     console_note("warning: the agent's console cannot be published at " + path + ": " + std::strerror(errno));
