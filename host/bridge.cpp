@@ -25,10 +25,11 @@ int64_t now_ms() {
 }
 
 bridge_port make_port(const std::string& interface, uint32_t ring_frames, const line_map& map) {
+  bridge_port made = {};
   const auto lines = map.by_port.find(interface);
-  return {.port = std::make_unique<packet_port>(interface, ring_frames),
-          .lines = lines != map.by_port.end() ? &lines->second : nullptr,
-          .counts = {}};
+  if (lines != map.by_port.end()) made.lines = &lines->second;
+  made.port = std::make_unique<packet_port>(interface, ring_frames);
+  return made;
 }
 
 } // namespace

@@ -13,7 +13,8 @@ constexpr const char* ABOUT =
     "Needs root, or CAP_NET_RAW and CAP_NET_ADMIN. The interfaces should have no addresses of their own.\n\n"
     "Example: lineid-host live --subscriber eth1,eth2 --uplink eth0 --lines lines.toml";
 
-constexpr size_t MAX_NAME = 15; // characters of an interface's name
+constexpr uint32_t DEFAULT_POOL = 1900; // as many as the agent's queue has places for frames
+constexpr size_t MAX_NAME = 15;         // characters of an interface's name
 constexpr size_t MAX_SUBSCRIBERS = 1024;
 
 std::string check_name(const std::string& name) {
@@ -33,6 +34,7 @@ CLI::App* add_live(CLI::App& app, live_arguments& given) {
   live->add_option("-l,--lines", given.lines,
                    "line map (TOML): lines, devices and settings of the agent; without it everything is on and all "
                    "frames belong to one line");
+  given.options.pool_units = DEFAULT_POOL;
   live->add_option("--pool", given.options.pool_units, "frames that the agent can hold at a time")
       ->check(CLI::Range(1U, 100000U))
       ->capture_default_str();

@@ -144,7 +144,7 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", std::string("lineid-host " LINE_ID_VERSION));
   app.footer(EXIT_CODES);
   arguments given;
-  given.replay.pool_units = given.live.options.pool_units = DEFAULT_POOL;
+  given.replay.pool_units = DEFAULT_POOL;
   add_replay(app, given);
   const CLI::App* serve = add_serve(app, given);
   const CLI::App* live = add_live(app, given.live);

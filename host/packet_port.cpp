@@ -81,20 +81,29 @@ packet_port::port_state packet_port::look(int& index) const {
 
 void packet_port::check() {
   int index = 0;
-  const port_state found = look(index);
-  if (socket_ >= 0 && (found != PORT_UP || index != index_)) close(); // perhaps another one of the same name
-  if (found == PORT_UP && socket_ < 0) open(index);
-  const port_state state = found == PORT_UP && socket_ < 0 ? PORT_DOWN : found;
+  port_state state = look(index);
+  int error = 0;
+  if (socket_ >= 0 && (state != PORT_UP || index != index_)) close(); // perhaps another one of the same name
+  if (state == PORT_UP && socket_ < 0) error = open(index);
+  if (error != 0) state = is_gone(error) ? PORT_DOWN : PORT_REFUSED;
   if (state == state_) return;
+  const std::string interface = "interface " + name_;
   switch (state) {
-  case PORT_MISSING: console_note("lineid-host: there is no interface " + name_ + "; waiting for it"); break;
-  case PORT_DOWN: console_note("lineid-host: interface " + name_ + " is down; waiting for it"); break;
-  default: console_note("lineid-host: interface " + name_ + " is up"); break;
+  case PORT_MISSING: console_note("lineid-host: there is no " + interface + "; waiting for it"); break;
+  case PORT_DOWN: console_note("lineid-host: " + interface + " is down; waiting for it"); break;
+  case PORT_REFUSED: {
+    const std::string cause = "cannot listen on " + interface + ": " + std::strerror(error);
+    if (state_ == PORT_UNKNOWN) throw host_failure(EXIT_PRIVILEGES, cause);
+    console_note("lineid-host: " + cause + "; trying again");
+    break;
+  }
+  default: console_note("lineid-host: " + interface + " is up"); break;
   }
   state_ = state;
 }
 
-void packet_port::open(int index) {
+// 0, or errno.
+int packet_port::open(int index) {
   // Bound before it listens, so that no frame of another interface comes in.
   socket_ = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   packet_mreq promiscuous = {};
@@ -107,11 +116,11 @@ void packet_port::open(int index) {
   if (!good) {
     const int error = errno;
     close();
-    if (is_gone(error)) return;
-    throw host_failure(EXIT_PRIVILEGES, "cannot listen on interface " + name_ + ": " + std::strerror(error));
+    return error;
   }
   index_ = index;
   raise_mtu();
+  return 0;
 }
 
 // The ring is of the second version: the third wakes its reader by a timer of several milliseconds, which everything
@@ -163,6 +172,7 @@ void packet_port::raise_mtu() {
 }
 
 size_t packet_port::receive(receive_batch& batch) {
+  if (socket_ < 0) return 0;
   size_t taken = 0;
   while (taken < receive_batch::FRAMES && slots_taken_ < ring_frames_) {
     const uint32_t status = status_of(slot(next_slot_)).load(std::memory_order_acquire);

@@ -67,9 +67,9 @@ public:
   port_counts counts(); // the bridge's thread
 
 private:
-  enum port_state : uint8_t { PORT_UNKNOWN, PORT_MISSING, PORT_DOWN, PORT_UP };
+  enum port_state : uint8_t { PORT_UNKNOWN, PORT_MISSING, PORT_DOWN, PORT_REFUSED, PORT_UP };
   port_state look(int& index) const;
-  void open(int index);
+  int open(int index);
   void close();
   bool open_ring();
   uint8_t* slot(uint32_t index) const { return ring_ + size_t{index} * SLOT_LEN; }
