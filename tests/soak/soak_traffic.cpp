@@ -5,6 +5,7 @@
 #include "tests/support/frames.h"
 
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <random>
@@ -153,11 +154,14 @@ uint32_t soak_run_client(uint32_t calls, uint32_t seed) {
   std::minstd_rand random(seed + 1);
   uint32_t failed = 0;
   for (uint32_t i = 0; i < calls; ++i) {
-    const client_call call = CLIENT_CALLS[random() % std::size(CLIENT_CALLS)];
+    const client_call* call = &CLIENT_CALLS[random() % std::size(CLIENT_CALLS)];
     const auto oltid = static_cast<uint8_t>(random() % 4);
-    const int32_t ret = call(oltid, static_cast<uint32_t>(random()));
+    const int32_t ret = (*call)(oltid, static_cast<uint32_t>(random()));
     // Another client's get may hold the channel: that one is told so at once and asks again.
-    if (ret < 0 && ret != LINE_ID_ERR_GET_MUTEX) ++failed;
+    if (ret < 0 && ret != LINE_ID_ERR_GET_MUTEX) {
+      ++failed;
+      std::fprintf(stderr, "soak: call %td of instance %d gives %d\n", call - CLIENT_CALLS, int{oltid}, int{ret});
+    }
     std::this_thread::sleep_for(CLIENT_PAUSE);
   }
   return failed;
