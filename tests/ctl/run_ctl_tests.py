@@ -1,25 +1,25 @@
 #!/usr/bin/env python3
-"""Tests lineidctl from the outside: run_ctl_tests.py LINEIDCTL AGENT. Prints each check; fails when one does."""
+"""Tests lineidctl from the outside: run_ctl_tests.py LINEIDCTL LINEID_HOST. Prints each check; fails when one does."""
 import json
 import os
 import pathlib
 import re
 import shutil
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
-sys.dont_write_bytecode = True
-from serving import Console, Host  # noqa: E402
-
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-CTL, AGENT = (pathlib.Path(name).resolve() for name in sys.argv[1:3])
+CTL, HOST = (pathlib.Path(name).resolve() for name in sys.argv[1:3])
 FOLDER = pathlib.Path(tempfile.mkdtemp(prefix="lineidctl-"))
 PREFIX = f"ctl-test-{os.getpid()}"
 FAILED = []
 MAC = "00:00:5e:00:53:01"
+LINES = "[device]\nolt_slot = 1\n[[line]]\ndefault = true\nonu_id = \"o1\"\n" + "".join(f"[[instance]]\nid = {number}\nmode = \"olt\"\n" for number in range(9))
 
 
 def check(name, good, detail=""):
@@ -61,6 +61,43 @@ def refused(status, words, *arguments, **options):
     absent = [word for word in words if word not in run.stderr]
     check(f"refused {status}: {' '.join(map(str, arguments))}", run.returncode == status and not absent and not run.stdout,
           f"exit status {run.returncode}, lacking {absent} in {run.stderr!r}, printed {run.stdout!r}")
+
+
+class Host:
+    """A serving host on a prefix of its own."""
+
+    def __init__(self, prefix):
+        self.prefix, self.environment = prefix, environment(prefix)
+        self.process = subprocess.Popen([HOST, "serve", "--lines", store("lines.toml", LINES)], stdout=subprocess.PIPE,
+                                        stderr=subprocess.DEVNULL, text=True, env=self.environment)
+        first = self.process.stdout.readline()
+        assert first.startswith("serving; console "), first
+
+    def stop(self):
+        self.process.kill()
+        self.process.communicate()
+        for name in pathlib.Path("/dev/shm").glob(self.prefix + ".*"):
+            name.unlink()
+
+
+class Console:
+    """A reader of the console that a host publishes."""
+
+    def __init__(self, host):
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.settimeout(30)
+        self.socket.connect(host.environment["LINE_ID_CONSOLE"])
+        self.text()
+
+    def text(self):
+        """What was printed since the last call."""
+        self.socket.sendall(b"?")
+        data = b""
+        while not data.endswith(b"\x01end\n"):
+            more = self.socket.recv(65536)
+            assert more, "the console is closed"
+            data += more
+        return data.decode(errors="replace")
 
 
 # ---- settings
@@ -142,19 +179,20 @@ SHOWN = [(0, "whitelist", "Pppoe white list num is:3"), (1, "statistics", "dhcpv
 def test_commands(host):
     answer("debug", "config", "on")
     answer("level", "2")
-    console = Console(host.path)
+    console = Console(host)
     for code, words in SENT:
         run = ctl(*words.split())
-        served = re.findall(r"line_id_set_proc_func\((\d+)\)", console.lines())
+        served = re.findall(r"line_id_set_proc_func\((\d+)\)", console.text())
         check(words, run.returncode == 0 and served == [str(code)], f"{run}, served {served}")
     for code, words, part in SHOWN:
         report = answer("show", *words.split())
         check("show " + words, f"line_id_show_proc_func({code})" in report and part in report, report)
     answer("debug", "all", "off")
     answer("level", "0")
-    console.close()
-    equal("a report has nothing else in it", answer("show", "statistics").splitlines()[:3],
-          ["", "packet statistics is:", "dhcpv4_pkt_processed:0"])
+    console.socket.close()
+    report = [line for line in answer("show", "statistics").splitlines() if line]
+    equal("a report has nothing else in it", (report[:2], len(report)),
+          (["packet statistics is:", "dhcpv4_pkt_processed:0"], 28))
     answer("override", "u", "pinned", "--oltid", 7)
     answer("set", "uplink-type", "set", "--oltid", 7)
     check("a pinned letter", "\nu: pinned\n" in answer("show", "status", "--oltid", 7))
@@ -279,11 +317,16 @@ def test_no_agent():
     equal("nothing is left behind", list(pathlib.Path("/dev/shm").glob("ctl-test-none*")), [])
     run = ctl("show", "status", env={**environment(), "LINE_ID_CONSOLE": str(FOLDER / "none")})
     check("no console is published", run.returncode == 0 and not run.stdout and "agent's own standard output" in run.stderr, run)
+    with socket.socket(socket.AF_UNIX) as silent:
+        silent.bind(str(FOLDER / "silent"))
+        silent.listen()
+        threading.Thread(target=lambda: silent.accept()[0].close()).start()
+        refused(5, ["console is closed"], "show", "status", env={**environment(), "LINE_ID_CONSOLE": str(FOLDER / "silent")})
 
 
 def test_stopped_and_killed():
-    host = Host(AGENT, PREFIX + "-stop", FOLDER, published=False)
-    env = environment(host.prefix)
+    host = Host(PREFIX + "-stop")
+    env = host.environment
     # After each of these the area holds another answer: none of them may be taken for a new one.
     for left in ("option82", "rack", "management-ip", "access-node", "circuit-id-template"):
         ctl("get", left, env=env)
@@ -352,7 +395,7 @@ def test_page():
 
 
 def main():
-    host = Host(AGENT, PREFIX, FOLDER)
+    host = Host(PREFIX)
     try:
         test_settings()
         test_together()
