@@ -46,6 +46,7 @@ onu_types onu_types_parse(const value_rule& rule, const std::string& what, const
 }
 
 std::string text_parse(const value_rule& rule, const std::string& what, const std::string& text) {
+  if (text.find('\0') != std::string::npos) refuse(what, "a text without octets of value 0", text);
   if (text.size() > rule.high) {
     throw ctl_failure(STATUS_REFUSED,
                       what + ": expected " + value_form(rule) + ", found " + std::to_string(text.size()) + " octets");

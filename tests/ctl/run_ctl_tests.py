@@ -269,6 +269,7 @@ slot = 3
 dhcpv6 = true
 option18 = false
 override = { a = 7 }
+access-node = "a\\u0000b"
 [[instance.profile]]
 number = 65
 kind = "remote"
@@ -302,7 +303,7 @@ def test_apply():
 
     run = ctl("apply", store("bad.toml", BAD))
     lines = [int(line) for line in re.findall(r"bad\.toml:(\d+):", run.stderr)]
-    equal("all faults at once", (run.returncode, lines), (8, [1, 3, 4, 5, 7, 8, 9, 10, 11, 12, 13, 15, 17, 18, 22]))
+    equal("all faults at once", (run.returncode, lines), (8, [1, 3, 4, 5, 7, 8, 9, 10, 11, 12, 13, 15, 16, 18, 19, 23]))
     check("a caret in a file", "\n  abc%axy\n       ^\n" in run.stderr, run.stderr)
     equal("nothing of it was sent", answer("get", "--all", "--json").count('"option82":true'), 1)
     refused(8, ["bad2.toml:2:"], "apply", store("bad2.toml", "[agent]\na = \n"))
