@@ -6,8 +6,6 @@
 #include "tests/unit/channel/commands.h"
 
 #include <cstring>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -233,50 +231,6 @@ TEST_F(client_test, many_threads_do_not_disturb_each_other) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-}
-
-// The calls of another process, which this program becomes when it is run by the test below.
-TEST(client_process, DISABLED_configures_an_agent) {
-  ASSERT_EQ(line_id_is_service_running(), 1);
-  ASSERT_EQ(line_id_set_option82_enable(2, 1), -25) << "not attached";
-  ASSERT_EQ(line_id_init_share_resource(nullptr), 0);
-  EXPECT_EQ(line_id_init_share_resource(nullptr), 0);
-  for (const command_row& row : command_rows()) EXPECT_EQ(row.call(), 0) << row.code;
-  EXPECT_EQ(line_id_get_line_id_format_type(3), 7);
-  EXPECT_EQ(line_id_get_frame_no(3), 258);
-  std::string text(256, '~');
-  EXPECT_EQ(line_id_get_option37_format(3, text.data()), 0);
-  EXPECT_EQ(text, padded("%h", 256));
-  EXPECT_EQ(line_id_get_line_id_format_type(4), 0) << "the other instances share the area, not the settings";
-}
-
-int run_client_process() {
-  const pid_t child = fork();
-  if (child == 0) {
-    alarm(20); // kept over the exec: a client that hangs is a failure
-    execl("/proc/self/exe", "client", "--gtest_filter=client_process.*", "--gtest_also_run_disabled_tests", nullptr);
-    _exit(127);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
-}
-
-TEST_F(client_test, another_process_configures_the_agent) {
-  EXPECT_EQ(line_id_is_service_running(), 0);
-  ASSERT_EQ(pal_service_claim(), 0);
-  open(1);
-  record_spoof_operations();
-  {
-    const serving server;
-    EXPECT_EQ(run_client_process(), 0);
-  }
-  EXPECT_EQ(line_id_get_line_id_format_type_cfg(3), 7);
-  EXPECT_EQ(g_line_id_common_cfg[3].corecard_inner_mac[5], 0x55);
-  EXPECT_EQ(g_line_id_common_cfg[3].vlan_circuit_format[64], "%t"s);
-  EXPECT_EQ(g_spoof_operations, "pppoe 3/3/258/7");
-  pal_service_release();
-  EXPECT_EQ(line_id_is_service_running(), 0);
 }
 
 } // namespace

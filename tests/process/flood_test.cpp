@@ -1,0 +1,146 @@
+// Configuration under floods of frames: nothing lost, every answer right, served before waiting frames and in time.
+#include "tests/process/harness.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+constexpr uint32_t CLIENTS = 4;
+constexpr uint32_t WAIT_TICKS = 600;
+
+class flood : public testing::Test {
+protected:
+  void SetUp() override { ASSERT_EQ(line_id_init_share_resource(nullptr), 0); }
+
+  void start_flood() { agent_.ask(OP_FLOOD, discover(), test_line()); }
+
+  // Frames in are frames out: all of them carry what their line's first frame carried, and every unit is free again.
+  agent_counts stop_flood() {
+    agent_.ask(OP_FLOOD_STOP);
+    EXPECT_EQ(agent_.ask(OP_SETTLE).result, 0);
+    const agent_counts counts = agent_.ask(OP_FLUSH).counts;
+    EXPECT_EQ(counts.accepted, counts.hooked);
+    EXPECT_EQ(counts.accepted, counts.sent) << "good frames are not dropped";
+    EXPECT_EQ(counts.wrong, 0U);
+    EXPECT_EQ(agent_.room(), POOL_UNITS);
+    return counts;
+  }
+
+  static double rate(uint32_t count, int64_t us) { return count * 1e6 / static_cast<double>(us); }
+
+  agent_process agent_;
+};
+
+struct timing {
+  std::vector<int64_t> us;
+  template <class Call> auto measure(Call call) {
+    const int64_t start = now_us();
+    const auto result = call();
+    us.push_back(now_us() - start);
+    return result;
+  }
+  void print(const char* what) {
+    std::sort(us.begin(), us.end());
+    std::printf("%s: p50 %ld us, p99 %ld us, max %ld us\n", what, static_cast<long>(us[us.size() / 2]),
+                static_cast<long>(us[us.size() * 99 / 100]), static_cast<long>(us.back()));
+  }
+};
+
+// A client process: sets and gets on an instance of its own, so that each get must give what the set before it set.
+int configure(uint8_t oltid, uint32_t rounds) {
+  timing sets;
+  timing gets;
+  for (uint32_t i = 1; i <= rounds; ++i) {
+    const auto rack = static_cast<uint16_t>(i);
+    char text[LINE_ID_FORMAT_LEN] = {};
+    const bool is_rack = i % 4 != 0;
+    const std::string format(i % 200 + 1, static_cast<char>('a' + oltid));
+    if (is_rack) {
+      if (sets.measure([&] { return line_id_set_rack_no(oltid, rack); }) != 0) return 1;
+      if (gets.measure([&] { return line_id_get_rack_no(oltid); }) != rack) return 2;
+    } else {
+      const auto len = static_cast<uint32_t>(format.size());
+      if (sets.measure([&] { return line_id_set_remote_id_format(oltid, format.data(), len); }) != 0) return 3;
+      if (gets.measure([&] { return line_id_get_remote_id_format(oltid, text); }) != 0) return 4;
+      if (std::string(text, strnlen(text, sizeof(text))) != format) return 5;
+    }
+  }
+  sets.print("  sets");
+  gets.print("  gets");
+  std::fflush(stdout);
+  if (sets.us.back() > static_cast<int64_t>(WAIT_TICKS * tick_us())) return 6;
+  return gets.us.back() > 2 * static_cast<int64_t>(WAIT_TICKS * tick_us()) ? 7 : 0;
+}
+
+TEST_F(flood, four_clients_configure_an_agent_that_is_flooded) {
+  const uint32_t calls = setting("LINE_ID_TEST_CALLS", 10000);
+  start_flood();
+  const agent_counts before = agent_.ask(OP_FLUSH).counts;
+  const int64_t start = now_us();
+  std::vector<pid_t> clients;
+  for (uint8_t oltid = 0; oltid < CLIENTS; ++oltid) {
+    clients.push_back(start_child([=] { return configure(oltid, calls / CLIENTS); }));
+  }
+  for (const pid_t client : clients) EXPECT_EQ(wait_child(client), 0);
+  const int64_t took = now_us() - start;
+  const agent_counts after = agent_.ask(OP_FLUSH).counts;
+  stop_flood();
+  std::printf("%u sets and %u gets at %.0f/s, beside %.0f frames/s accepted and %.0f/s refused\n", calls, calls,
+              rate(2 * calls, took), rate(after.accepted - before.accepted, took),
+              rate(after.refused - before.refused, took));
+  EXPECT_GT(after.accepted, before.accepted);
+  for (uint8_t oltid = 0; oltid < CLIENTS; ++oltid) {
+    const uint32_t last = calls / CLIENTS;
+    EXPECT_EQ(line_id_get_rack_no(oltid), static_cast<int32_t>(last - (last % 4 == 0 ? 1 : 0)));
+  }
+}
+
+TEST_F(flood, configuration_is_served_before_waiting_frames) {
+  agent_.hold();
+  agent_.ask(OP_POST, discover(), test_line(), 1, 3);
+  EXPECT_EQ(line_id_set_option82_enable(1, 0), 0);
+  agent_.ask(OP_RELEASE);
+  EXPECT_EQ(agent_.ask(OP_SETTLE).result, 0);
+  EXPECT_EQ(agent_.events(), "sent 1 100.1\ntrap 1/1/0\nsent 1 100.1\nsent 2 100.2\nsent 3 100.3\n");
+}
+
+// A subscriber who floods the ingress cannot lock the operator out.
+TEST_F(flood, an_operator_is_answered_at_full_flood) {
+  constexpr uint32_t PAIRS = 500;
+  start_flood();
+  timing sets;
+  timing gets;
+  for (uint16_t i = 1; i <= PAIRS; ++i) {
+    ASSERT_EQ(sets.measure([&] { return line_id_set_rack_no(5, i); }), 0);
+    ASSERT_EQ(gets.measure([&] { return line_id_get_rack_no(5); }), i);
+  }
+  sets.print("sets at full flood");
+  gets.print("gets at full flood");
+  EXPECT_LE(sets.us.back(), static_cast<int64_t>(WAIT_TICKS * tick_us()));
+  EXPECT_LE(gets.us.back(), static_cast<int64_t>(2 * WAIT_TICKS * tick_us()));
+  const agent_counts counts = stop_flood();
+  EXPECT_GT(counts.refused, 0U) << "the flood fills the pool";
+}
+
+TEST_F(flood, a_full_pool_refuses_and_counts_and_the_frames_in_it_are_right) {
+  const auto dropped = [this] {
+    agent_.output();
+    line_id_show_pkt_statistics();
+    line_id_get_rack_no(0);
+    const std::string report = agent_.output();
+    const size_t at = report.find("dhcpv4_pkt_dropped__up:");
+    return at == std::string::npos ? std::string("none") : report.substr(at + 23, report.find('\r', at) - at - 23);
+  };
+  EXPECT_EQ(line_id_reset_statistics(0), 0);
+  EXPECT_EQ(dropped(), "0");
+  agent_.events();
+  EXPECT_EQ(agent_.room(), POOL_UNITS);
+  EXPECT_EQ(dropped(), "1");
+  std::string sent;
+  for (uint32_t i = 1; i <= POOL_UNITS; ++i) sent += "sent " + std::to_string(i) + " 100." + std::to_string(i) + "\n";
+  EXPECT_EQ(agent_.events(), sent);
+}
+
+} // namespace
