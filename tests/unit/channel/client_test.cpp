@@ -9,9 +9,6 @@
 
 namespace {
 
-constexpr uint8_t MAC[6] = {};
-const std::string LONG_TEXT(257, 'x');
-
 class client_test : public channel_test {
 protected:
   static void expect_idle(const char* what) {
@@ -20,62 +17,6 @@ protected:
     EXPECT_EQ(pal_sem_count(g_line_id_get_mem_mutex), 1) << what;
   }
 };
-
-struct refused_row {
-  const char* what;
-  int32_t (*call)();
-  int32_t result;
-};
-
-const refused_row REFUSED[] = {
-    {"line_id_set_option82_enable", [] { return line_id_set_option82_enable(0, 2); }, -10},
-    {"line_id_set_dhcpv6_enable", [] { return line_id_set_dhcpv6_enable(0, 255); }, -10},
-    {"line_id_set_gemport_enable", [] { return line_id_set_gemport_enable(0, 2); }, -10},
-    {"line_id_set_all_debug", [] { return line_id_set_all_debug(0, 2); }, -10},
-    {"line_id_set_device_debug", [] { return line_id_set_device_debug(0, 2); }, -10},
-    {"line_id_set_level_debug", [] { return line_id_set_level_debug(0, 3); }, -10},
-    {"line_id_set_dhcpv6_option18", [] { return line_id_set_dhcpv6_option18(0, 2); }, -10},
-    {"line_id_set_dhcpv6_option18_relay_strip", [] { return line_id_set_dhcpv6_option18_relay_strip(0, 0); }, -10},
-    {"line_id_set_dhcpv6_option18_relay_strip", [] { return line_id_set_dhcpv6_option18_relay_strip(0, 3); }, -10},
-    {"line_id_set_line_id_format_type", [] { return line_id_set_line_id_format_type(0, 3); }, -11},
-    {"line_id_set_option37_format", [] { return line_id_set_option37_format(0, LONG_TEXT.data(), 257); }, -1},
-    {"line_id_set_remote_id_format", [] { return line_id_set_remote_id_format(0, nullptr, 1); }, -1},
-    {"line_id_set_ani_str", [] { return line_id_set_ani_str(0, LONG_TEXT.data(), 51); }, -1},
-    {"line_id_set_ani_param", [] { return line_id_set_ani_param(0, LONG_TEXT.data(), 51, 0, 0); }, -1},
-    {"line_id_set_ani_param", [] { return line_id_set_ani_param(0, nullptr, 0, 0, 0); }, -1},
-    {"line_id_set_uplink_type", [] { return line_id_set_uplink_type(0, LONG_TEXT.data(), 33); }, -1},
-    {"line_id_set_remoteid_core_cardinnermac", [] { return line_id_set_remoteid_core_cardinnermac(0, MAC, 5); }, -1},
-    {"line_id_set_remote_id_enable_and_params", [] { return line_id_set_remote_id_enable_and_params(0, 2, MAC, 6); },
-     -1},
-    {"line_id_set_remote_id_enable_and_params", [] { return line_id_set_remote_id_enable_and_params(0, 1, MAC, 7); },
-     -1},
-    {"line_id_del_dhcp_anti_spoofing_entry_by_mac",
-     [] { return line_id_del_dhcp_anti_spoofing_entry_by_mac(0, nullptr, 6); }, -1},
-    {"line_id_override_param", [] { return line_id_override_param(0, 'a', LONG_TEXT.data(), 51); }, -1},
-    {"line_id_set_circuit_id_config", [] { return line_id_set_circuit_id_config(nullptr); }, -9},
-    {"volt_line_id_set_circuit_id_format_mode", [] { return volt_line_id_set_circuit_id_format_mode(0, nullptr); }, -9},
-    {"line_id_set_trans_white_list", [] { return line_id_set_trans_white_list(0, nullptr); }, -9},
-    {"line_id_set_trans_white_list",
-     [] {
-       const line_id_white_list list = {33, {}, {}, 0, 0, 0};
-       return line_id_set_trans_white_list(0, &list);
-     },
-     -31},
-    {"lineid_vlan_profile_cfg_add", [] { return lineid_vlan_profile_cfg_add(0, 0, 1, 0, nullptr, 1); }, -1},
-    {"lineid_vlan_profile_cfg_add", [] { return lineid_vlan_profile_cfg_add(0, 0, 1, 0, LONG_TEXT.data(), 257); }, -1},
-    {"line_id_get_manage_ip", [] { return line_id_get_manage_ip(0, nullptr); }, -9},
-    {"line_id_get_ani_str", [] { return line_id_get_ani_str(0, nullptr); }, -9},
-    {"line_id_get_circuit_id_config", [] { return line_id_get_circuit_id_config(0, nullptr); }, -9},
-    {"line_id_set_rack_no", [] { return line_id_set_rack_no(9, 1); }, -22},
-};
-
-TEST_F(client_test, refused_calls_send_nothing) {
-  for (const refused_row& row : REFUSED) {
-    EXPECT_EQ(row.call(), row.result) << row.what;
-    EXPECT_EQ(log_lines.back(), row.what + " failed("s + std::to_string(row.result) + ").\r\n");
-    expect_idle(row.what);
-  }
-}
 
 TEST_F(client_test, every_command_is_sent_as_the_server_reads_it) {
   for (const command_row& row : command_rows()) {
