@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 constexpr uint16_t FLOOD_PORT = 100;
 
 std::atomic<uint32_t> g_accepted, g_refused, g_hooked, g_sent, g_wrong;
-std::atomic<bool> g_held, g_flooding;
+std::atomic<bool> g_held, g_standing, g_flooding;
 std::atomic<int32_t> g_worker;
 std::mutex g_lock; // guards what follows; callbacks and the main thread
 std::vector<uint8_t> g_last;
@@ -64,7 +64,11 @@ int send_eth_frame(uint8_t, uint8_t, uint16_t port, const uint8_t* frame, uint32
 
 int packet_hook(uint8_t, uint32_t, uint32_t, uint32_t, line_id_pkt_property*) {
   g_worker = gettid();
-  while (g_held) std::this_thread::sleep_for(1ms);
+  while (g_held) {
+    g_standing = true;
+    std::this_thread::sleep_for(1ms);
+  }
+  g_standing = false;
   ++g_hooked;
   return 0;
 }
@@ -169,6 +173,12 @@ void flood(const agent_request& request, uint16_t thread) {
   }
 }
 
+int32_t hold(const agent_request& request) {
+  g_held = true;
+  const int32_t ret = hand_in(request, request.line, 1);
+  return ret == 0 && !wait_for([] { return g_standing.load(); }) ? 1 : ret;
+}
+
 bool settled() {
   static uint32_t sent_before = 0;
   const uint32_t sent = g_sent;
@@ -183,7 +193,7 @@ int32_t serve(const agent_request& request, agent_reply& reply) {
   switch (request.op) {
   case OP_FEED: return feed(request, reply);
   case OP_POST: return post(request);
-  case OP_HOLD: g_held = true; return 0;
+  case OP_HOLD: return hold(request);
   case OP_RELEASE: g_held = false; return 0;
   case OP_SETTLE: return wait_for(settled) ? 0 : 1;
   case OP_FLOOD:

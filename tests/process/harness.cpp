@@ -140,20 +140,15 @@ std::string agent_process::sub_option(const line_id_append_info& line, uint8_t c
   return frame.empty() ? "no frame" : "none";
 }
 
-void agent_process::hold() {
-  const uint32_t accepted = ask(OP_HOLD).counts.accepted;
-  ask(OP_POST, discover(), test_line());
-  EXPECT_EQ(ask(OP_HOLD).counts.accepted, accepted + 1);
-}
-
 uint32_t agent_process::room() {
   EXPECT_EQ(ask(OP_SETTLE).result, 0);
-  const uint32_t accepted = ask(OP_HOLD).counts.accepted;
+  const agent_reply held = ask(OP_HOLD, discover(), test_line());
+  EXPECT_EQ(held.result, 0);
   const agent_reply full = ask(OP_POST, discover(), test_line(), 1, 2 * POOL_UNITS);
   EXPECT_EQ(full.result, -45);
   ask(OP_RELEASE);
   EXPECT_EQ(ask(OP_SETTLE).result, 0);
-  return full.counts.accepted - accepted;
+  return full.counts.accepted - held.counts.accepted + 1;
 }
 
 line_id_append_info test_line(uint8_t oltid) {

@@ -37,10 +37,8 @@ public:
   std::string output();
   // Sub-option of the Option 82 that a subscriber's DISCOVER gets on this line: 1 Circuit-ID, 2 Remote-ID.
   std::string sub_option(const line_id_append_info& line, uint8_t code);
-  // Frames that the pool takes while the worker stands still; nothing else may be under way.
+  // Frames that the agent holds while the worker stands still with the first; nothing else may be under way.
   uint32_t room();
-  // Sends `frame` with the worker held, and returns when the worker has it.
-  void hold();
 
 private:
   pid_t pid_ = 0;

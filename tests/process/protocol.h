@@ -13,7 +13,7 @@ constexpr uint32_t MAX_EVENT_TEXT = 4096;
 enum agent_op : uint32_t {
   OP_FEED,       // hand the frame in and wait until it has left or was dropped
   OP_POST,       // hand it in `times` times, ports 1 and up, C-VLAN = port, until one is refused; do not wait
-  OP_HOLD,       // the worker stays in the packet hook with the next frame
+  OP_HOLD,       // hand it in and wait until the worker stands still in the packet hook with it
   OP_RELEASE,    // and goes on
   OP_SETTLE,     // wait until every accepted frame has passed the hook, and no send is under way
   OP_FLOOD,      // host threads hand the frame in without a pause
