@@ -1,0 +1,6 @@
+"""All cases of the lab by name, `group.case`."""
+import dhcp4_cases
+import dhcp6_cases
+
+GROUPS = {"dhcp4": dhcp4_cases, "dhcp6": dhcp6_cases}
+CASES = {f"{group}.{name}": case for group, module in GROUPS.items() for name, case in module.CASES.items()}
