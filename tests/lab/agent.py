@@ -13,6 +13,8 @@ HEAD = """
 olt_slot = 3
 [agent]
 pppoe_strip = true
+pppoe_circuit_id_policy = "rebuild"
+pppoe_remote_id_policy = "rebuild"
 pppoe_spoofing_check = true
 [[instance]]
 id = 0

@@ -1,6 +1,7 @@
 """All cases of the lab by name, `group.case`."""
 import dhcp4_cases
 import dhcp6_cases
+import pppoe_cases
 
-GROUPS = {"dhcp4": dhcp4_cases, "dhcp6": dhcp6_cases}
+GROUPS = {"dhcp4": dhcp4_cases, "dhcp6": dhcp6_cases, "pppoe": pppoe_cases}
 CASES = {f"{group}.{name}": case for group, module in GROUPS.items() for name, case in module.CASES.items()}

@@ -134,3 +134,19 @@ dhcp-option=option:T2,{T2}
     def leases(self):
         rows = self.lease_file.read_text().splitlines() if self.lease_file.exists() else []
         return {row.split()[2]: row for row in rows}
+
+
+class PppoeServer(Server):
+    """To PADS: behind it a stub stands for PPP, which the kernel need not have."""
+
+    def __init__(self, access):
+        super().__init__(access, "pppoe-server")
+        self.options = access.lab.file("pppoe.options", "")
+        self.stub = access.lab.file("pppd-stub", "#!/bin/sh\nexec sleep 60\n", 0o755)
+
+    def command(self):
+        return ["pppoe-server", "-F", "-I", "v0", "-C", "AC1", "-S", "isp", "-L", "10.0.0.1", "-R", "10.0.0.10", "-N",
+                "8", "-O", self.options, "-q", self.stub]
+
+    def serves(self):
+        return " 8863 " in self.host.run("cat", "/proc/net/packet")  # it says nothing, but listens

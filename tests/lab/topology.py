@@ -9,6 +9,7 @@ import subprocess
 import time
 
 PREFIX = "lineidlab"
+STATIONS = pathlib.Path(__file__).with_name("stations.py")
 SHARED = pathlib.Path("/dev/shm")
 
 
@@ -142,7 +143,7 @@ class Lab:
         return self
 
     def __exit__(self, *_):
-        for namespace in reversed(self.namespaces):
+        for namespace in self.namespaces:
             namespace.remove()
         self.namespaces.clear()
         remove_shared(os.getpid())
