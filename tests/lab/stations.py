@@ -48,7 +48,8 @@ def onu_padi(interface):
 
 def tcp_echo(_, address):
     """Sends back what it gets, connection by connection."""
-    with socket.create_server((address, 7000)) as server:
+    family = socket.AF_INET6 if ":" in address else socket.AF_INET
+    with socket.create_server((address, 7000), family=family) as server:
         print("serving", flush=True)
         while True:
             connection, _ = server.accept()

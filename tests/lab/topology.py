@@ -161,6 +161,16 @@ def cable(a, name_a, b, name_b):
         side.run("ip", "link", "set", "dev", name, "up")
 
 
+def put_into_vlans(host, interface, outer, inner=0):
+    """The host's frames are tagged on the cable; the host itself knows nothing of it."""
+    program = host.lab.folder / f"{host.role}-vlan.o"
+    run("clang", "-target", "bpf", "-O2", "-Wall", "-Werror", f"-DOUTER={outer}", f"-DINNER={inner}", "-c",
+        pathlib.Path(__file__).with_name("vlan.bpf.c"), "-o", program)
+    host.run("tc", "qdisc", "add", "dev", interface, "clsact")
+    for direction, section in (("egress", "push"), ("ingress", "pop")):
+        host.run("tc", "filter", "add", "dev", interface, direction, "bpf", "da", "obj", program, "sec", section)
+
+
 class Access:
     """subscribers `s0` <-> `sub1`, `sub2`, ... [access node] `uplink` <-> `v0` server."""
 
