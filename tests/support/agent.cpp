@@ -91,7 +91,27 @@ int count_hook(uint8_t, uint32_t, uint32_t, uint32_t, line_id_pkt_property*) {
   return 0;
 }
 
-void reset_record() {
+void empty_stores() {
+  for (auto& cfg : g_line_id_common_cfg) cfg = {};
+  const line_id_white_list nothing = {};
+  line_id_set_trans_white_list_obj(&nothing);
+  line_id_set_dhcpv6_option18_level(1);
+  line_id_dbg_level_set(0);
+  g_line_id_debug_bits = 0;
+  line_id_reg_param_custom_if(nullptr);
+  line_id_reg_custom_pkt_proc_if(count_hook);
+}
+
+// Fetches until nothing comes, then asks the loop to end.
+int32_t fetch_or_end(void* arg, int32_t) {
+  const int32_t ret = line_id_msg_func(arg, 0);
+  if (ret == LINE_ID_ERR) static_cast<lib_comm_lib*>(arg)->stop_flags |= 1U;
+  return ret;
+}
+
+} // namespace
+
+void agent_reset_record() {
   g_agent = {};
   g_agent.olt_slot = 3;
   g_agent.onu_slot = 1;
@@ -117,26 +137,6 @@ void reset_record() {
                  get_onu_reg_info_by_optional_elem,
                  get_onu_port_info_by_logic_port};
 }
-
-void empty_stores() {
-  for (auto& cfg : g_line_id_common_cfg) cfg = {};
-  const line_id_white_list nothing = {};
-  line_id_set_trans_white_list_obj(&nothing);
-  line_id_set_dhcpv6_option18_level(1);
-  line_id_dbg_level_set(0);
-  g_line_id_debug_bits = 0;
-  line_id_reg_param_custom_if(nullptr);
-  line_id_reg_custom_pkt_proc_if(count_hook);
-}
-
-// Fetches until nothing comes, then asks the loop to end.
-int32_t fetch_or_end(void* arg, int32_t) {
-  const int32_t ret = line_id_msg_func(arg, 0);
-  if (ret == LINE_ID_ERR) static_cast<lib_comm_lib*>(arg)->stop_flags |= 1U;
-  return ret;
-}
-
-} // namespace
 
 agent_config agent_defaults() {
   agent_config config = {};
@@ -166,7 +166,7 @@ line_id_append_info test_line() {
 }
 
 int32_t agent_start(agent_config config, uint8_t oltid) {
-  reset_record();
+  agent_reset_record();
   empty_stores();
   if (const int32_t ret = agent_add_instance(config, oltid); ret < 0) return ret;
   if (g_inline_worker == nullptr) {

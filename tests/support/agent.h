@@ -55,6 +55,9 @@ struct agent_config {
 // Remote-ID "%m" (option 37 "%m"), every policy 0, strips 0, 0 and 1, in-process.
 agent_config agent_defaults();
 
+// The record above as it is at first: what the callbacks answer by default, nothing seen.
+void agent_reset_record();
+
 // The line of most tests: S-VLAN 100, C-VLAN 200, PON 5, ONU 42, port 7, GEM 1001, instance 0, line-ID switch 1.
 line_id_append_info test_line();
 

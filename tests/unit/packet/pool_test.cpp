@@ -1,18 +1,12 @@
-// The pool of packet units: lists, unit states, handles, failures.
+// The pool of packet units: lists, unit states, handles.
 #include "packet/pool.h"
 
 #include <gtest/gtest.h>
 
-#include <new>
 #include <thread>
 #include <vector>
 
 namespace {
-
-// The allocation that is to fail, counted down; 0 for none. This thread's tests only.
-thread_local int g_failing_allocation = 0;
-
-bool allocation_fails() { return g_failing_allocation > 0 && --g_failing_allocation == 0; }
 
 constexpr uint32_t UNITS = 4;
 
@@ -44,13 +38,6 @@ protected:
 };
 
 } // namespace
-
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-  return allocation_fails() ? nullptr : ::operator new(size);
-}
-void* operator new[](size_t size, const std::nothrow_t&) noexcept {
-  return allocation_fails() ? nullptr : ::operator new[](size);
-}
 
 TEST_F(pool_test, hands_out_the_last_unit_first_and_every_unit_once) {
   line_id_unit* const units = g_line_id_pkt_pool.load()->units;
@@ -141,20 +128,6 @@ TEST_F(pool_test, a_pool_that_exists_is_kept_and_cleaned) {
   EXPECT_EQ(line_id_buf_pool_reclaim(), 0U);
   EXPECT_EQ(free_unit(ingress), 0);
   EXPECT_EQ(line_id_buf_pool_free_count(), UNITS);
-}
-
-TEST_F(pool_test, failing_allocations) {
-  drop_pool();
-  const int32_t results[] = {0, -91, -91}; // descriptor, units, records
-  for (int n = 1; n <= 3; ++n) {
-    g_failing_allocation = n;
-    EXPECT_EQ(line_id_buf_pool_init(UNITS), results[n - 1]) << n;
-    g_failing_allocation = 0;
-    EXPECT_EQ(g_line_id_pkt_pool.load(), nullptr);
-    EXPECT_EQ(alloc(), nullptr);
-  }
-  EXPECT_EQ(line_id_buf_pool_init(1), 0);
-  EXPECT_NE(alloc(), nullptr);
 }
 
 TEST_F(pool_test, threads_share_the_pool_without_losing_a_unit) {
