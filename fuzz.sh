@@ -54,7 +54,7 @@ run_target() { # TARGET
     [ ! -d "$folder" ] || inputs+=("$folder")
   done
   "$work/fuzz/fuzz_$target" "${inputs[@]}" -max_total_time="$each" -dict="$(dictionary "$target")" -entropic=0 \
-    -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$work/findings/$target-" \
+    -max_len=2048 -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$work/findings/$target-" \
     >"$work/log/$target" 2>&1 && echo 0 >"$work/log/$target.status" || echo $? >"$work/log/$target.status"
 }
 

@@ -4,7 +4,7 @@ set -euo pipefail
 
 build=(g++ cmake ninja-build libpcap-dev libcli11-dev libtomlplusplus-dev nlohmann-json3-dev)
 test=("${build[@]}" libgtest-dev googletest ccache tshark python3 clang clang-format clang-tidy libclang-rt-14-dev
-      valgrind binutils iproute2)
+      valgrind binutils iproute2 gcovr)
 soak=("${test[@]}" python3-matplotlib)
 
 case "${1:-}" in
