@@ -1,0 +1,51 @@
+// The agent under measurement: a host whose callbacks cost next to nothing, frames, and one frame put before an agent
+// past ingress.
+#pragma once
+
+#include "core/records.h"
+#include "tests/support/frames.h"
+
+#include <cstdint>
+#include <memory>
+
+// The texts that the agent builds for bench_line().
+inline constexpr char BENCH_CIRCUIT_ID[] = "0 0/0/0:100.200 an1/1/2/3/0/5/ONU42 GP";
+inline constexpr char BENCH_SPLICE_HEAD[] = "0 0/0/0:100.200 an1/1/2/3/0/5/ONU42 ";
+inline constexpr char BENCH_REMOTE_ID[] = "ONU42";
+
+// What the agent does for a frame besides rewriting it.
+enum class desk_mode {
+  WHOLE,        // facts through the callbacks, both identifiers expanded
+  REWRITE_ONLY, // no callbacks, the identifiers are given texts
+};
+
+// Bring instance 0 up; again: in another mode. Ends the process when the agent refuses.
+void desk_start(desk_mode mode);
+
+line_id_append_info bench_line();
+
+// What the send callback saw last; kept apart so that nothing can be optimised away.
+extern uint32_t g_sent_len;
+extern uint32_t g_sent_frames;
+
+// A subscriber's frame with `tags` VLAN tags. DHCPv4: 330 octets with five options, which every further option makes
+// four octets longer; DHCPv6 and PPPoE: as clients send them.
+octets bench_frame(uint8_t packet_type, uint32_t tags = 0, uint32_t more_options = 0);
+// The same frame with an identity from a line nearer to the subscriber, which is rewritten.
+octets bench_frame_with_identity(uint8_t packet_type);
+
+// One frame before its agent, as the worker's entry leaves it.
+struct bench_desk {
+  octets frame;
+  line_id_pkt_info pkt = {};
+  line_id_inf_info info = {};
+  std::unique_ptr<line_id_unit> unit = std::make_unique<line_id_unit>();
+  alignas(64) uint8_t out[LINE_ID_SCRATCH_LEN] = {};
+
+  bench_desk(const octets& from, uint8_t packet_type);
+  bench_desk(const bench_desk&) = delete;
+  bench_desk& operator=(const bench_desk&) = delete;
+
+  // Header checks of ingress, then the agent: its verdict.
+  int32_t ask();
+};
