@@ -1,8 +1,8 @@
 // Templates: check, expansion, reverse parsing, space alias.
 #include "lineid/format.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "core/log.h"
@@ -15,14 +15,6 @@ constexpr std::string_view DELIMITERS(" ./:;[]{}<>()-_", sizeof(" ./:;[]{}<>()-_
 
 char char_at(std::string_view text, size_t pos) { return pos < text.size() ? text[pos] : '\0'; }
 
-// The text of a letter, empty when there is none.
-std::string_view param_view(int32_t set, int32_t slot) {
-  const char* text = g_lineid_params[set][slot];
-  if (text == nullptr) return {};
-  const void* end = std::memchr(text, '\0', LINE_ID_PARAM_LEN);
-  return {text, end != nullptr ? static_cast<size_t>(static_cast<const char*>(end) - text) : LINE_ID_PARAM_LEN};
-}
-
 int32_t parse_failed(const char* function, int line) {
   if (line_id_log_enabled(LOG_GENERAL, 1)) {
     line_id_log_trace("[LNID_WARN]", function, line, "%s err (%d).\r\n", function, LINE_ID_ERR_PARSE);
@@ -30,21 +22,41 @@ int32_t parse_failed(const char* function, int line) {
   return LINE_ID_ERR_PARSE;
 }
 
-// Put a received text into a letter, cut to its buffer; the flag stays. 0, or -1 without memory.
-int32_t fill_letter(int32_t set, char letter, const char* text, uint32_t len) {
-  const int32_t slot = line_id_param_slot(letter);
-  if (g_lineid_params[set][slot] == nullptr) {
-    char* fresh = static_cast<char*>(std::calloc(1, LINE_ID_TEXT_SIZE));
-    if (fresh == nullptr) {
-      std::printf("Unable to allocate memory : %s\r\n", "line_id_parse_params");
-      return LINE_ID_ERR;
-    }
-    line_id_set_param(set, letter, fresh);
+// Put a received text into a letter. 0, or -1 without memory.
+int32_t fill_letter(int32_t set, int32_t slot, std::string_view text) {
+  if (line_id_fill_param(set, slot, text) == LINE_ID_OK) return LINE_ID_OK;
+  std::printf("Unable to allocate memory : %s\r\n", "line_id_parse_params");
+  return LINE_ID_ERR;
+}
+
+// Append a letter's text to `out`, of which `used` octets are filled: its length, 0 when it does not fit. Most texts are
+// short and are copied as a block of fixed size, with the zeros behind them.
+uint32_t append_letter(int32_t set, int32_t slot, char* out, uint32_t used) {
+  const uint32_t len = g_lineid_params_len[set][slot];
+  const uint32_t room = LINE_ID_EXPANSION_LEN - used;
+  if (len == 0) { // there is room for one octet
+    out[used] = '0';
+    return 1;
   }
-  char* buffer = g_lineid_params[set][slot];
-  std::memset(buffer, 0, LINE_ID_TEXT_SIZE);
-  std::memcpy(buffer, text, len < LINE_ID_PARAM_LEN ? len : LINE_ID_PARAM_LEN);
-  return LINE_ID_OK;
+  if (len > room) return 0; // a value is written whole or not at all
+  const char* text = g_lineid_params[set][slot];
+  if (len <= LINE_ID_SHORT_TEXT_SIZE && room >= LINE_ID_SHORT_TEXT_SIZE) {
+    std::memcpy(out + used, text, LINE_ID_SHORT_TEXT_SIZE);
+  } else {
+    std::memcpy(out + used, text, len);
+  }
+  return len;
+}
+
+// Append what stands in front of the next "%", which is not the first character, as far as there is room: its length.
+uint32_t append_literal(std::string_view fmt, char* out, uint32_t used) {
+  if (fmt.size() == 1 || fmt[1] == '%') { // most literals are single delimiters
+    out[used] = fmt[0];
+    return 1;
+  }
+  const size_t len = std::min<size_t>(std::min(fmt.size(), fmt.find('%')), LINE_ID_EXPANSION_LEN - used);
+  std::memcpy(out + used, fmt.data(), len);
+  return static_cast<uint32_t>(len);
 }
 
 } // namespace
@@ -83,7 +95,9 @@ int32_t line_id_expand_template(int32_t set, std::string_view fmt, char* out) {
   size_t pos = 0;
   while (pos < fmt.size() && used < LINE_ID_EXPANSION_LEN) {
     if (fmt[pos] != '%') {
-      out[used++] = fmt[pos++];
+      const uint32_t len = append_literal(fmt.substr(pos), out, used);
+      pos += len;
+      used += len;
       continue;
     }
     const char letter = char_at(fmt, pos + 1);
@@ -96,14 +110,11 @@ int32_t line_id_expand_template(int32_t set, std::string_view fmt, char* out) {
       out[used++] = letter;
       continue;
     }
-    std::string_view value = param_view(set, slot);
-    if (value.empty()) value = "0";
-    if (value.size() > LINE_ID_EXPANSION_LEN - used) break; // a value is written whole or not at all
-    std::memcpy(out + used, value.data(), value.size());
-    used += static_cast<uint32_t>(value.size());
-    const int len = static_cast<int>(value.size());
-    LINE_ID_INFO(LOG_GENERAL, "g_lineid_params[%d][%d]:%.*s.\r\n", set, slot, len, value.data());
-    LINE_ID_INFO(LOG_GENERAL, "pv_len:%d, b:%.*s#\r\n", len, static_cast<int>(used), out);
+    const uint32_t len = append_letter(set, slot, out, used);
+    if (len == 0) break;
+    LINE_ID_INFO(LOG_GENERAL, "g_lineid_params[%d][%d]:%.*s.\r\n", set, slot, static_cast<int>(len), out + used);
+    used += len;
+    LINE_ID_INFO(LOG_GENERAL, "pv_len:%d, b:%.*s#\r\n", static_cast<int>(len), static_cast<int>(used), out);
   }
   return static_cast<int32_t>(used);
 }
@@ -137,7 +148,7 @@ int32_t line_id_parse_params(int32_t set, std::string_view fmt, const char* text
     const char delimiter = char_at(fmt, p + 2);
     const void* found = q < length ? std::memchr(text + q, delimiter, length - q) : nullptr;
     const uint32_t end = found != nullptr ? static_cast<uint32_t>(static_cast<const char*>(found) - text) : length;
-    if (g_params_flag[set][slot] == PARAM_FREE && fill_letter(set, letter, text + q, end - q) != LINE_ID_OK) {
+    if (g_params_flag[set][slot] == PARAM_FREE && fill_letter(set, slot, {text + q, end - q}) != LINE_ID_OK) {
       return LINE_ID_ERR;
     }
     if (delimiter == '\0') return LINE_ID_OK;

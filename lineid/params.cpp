@@ -1,6 +1,7 @@
 // The parameter table: storage, writers, resets, and the calls of the provider.
 #include "lineid/params.h"
 
+#include <bit>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -10,6 +11,7 @@
 #include "core/log.h"
 
 char* g_lineid_params[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
+uint8_t g_lineid_params_len[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
 int8_t g_params_flag[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
 uint16_t g_line_id_param_set;
 
@@ -22,20 +24,22 @@ constexpr size_t BLOCK_LEN = size_t{LINE_ID_PARAM_SETS} * LINE_ID_PARAM_SLOTS * 
 // The buffers that line_id_init_params hands out, all in one; never freed. Buffers outside of it were allocated alone.
 char* g_param_block = nullptr;
 
-constexpr size_t LINE_LETTERS = 52 - (sizeof(LINE_ID_DEVICE_LETTERS) - 1);
+// Bit n: slot n has a text or a flag since the set was last emptied.
+uint64_t g_params_written[LINE_ID_PARAM_SETS];
+static_assert(LINE_ID_PARAM_SLOTS <= 64);
+
+constexpr uint64_t slot_bit(int32_t slot) { return uint64_t{1} << slot; }
 
 // The slots of all letters that are not device-wide.
-constexpr std::array<uint8_t, LINE_LETTERS> line_slots() {
-  std::array<uint8_t, LINE_LETTERS> slots = {};
-  size_t count = 0;
+constexpr uint64_t line_slots() {
+  uint64_t slots = 0;
   for (int32_t letter = 'A'; letter <= 'z'; ++letter) {
-    bool spared = line_id_param_slot(letter) < 0;
-    for (const char device : LINE_ID_DEVICE_LETTERS) spared = spared || device == letter;
-    if (!spared) slots[count++] = static_cast<uint8_t>(letter - 'A');
+    if (line_id_param_slot(letter) >= 0) slots |= slot_bit(line_id_param_slot(letter));
   }
+  for (const char* device = LINE_ID_DEVICE_LETTERS; *device != '\0'; ++device) slots &= ~slot_bit(*device - 'A');
   return slots;
 }
-constexpr std::array<uint8_t, LINE_LETTERS> LINE_SLOTS = line_slots();
+constexpr uint64_t LINE_SLOTS = line_slots();
 
 // Warns in the caller's name about a bad set or letter; true when there is one. `gap` stands behind the name.
 bool is_refused(const char* function, int line, const char* gap, int32_t set, int32_t letter) {
@@ -61,12 +65,39 @@ char* buffer_of(int32_t set, int32_t slot) {
   return buffer;
 }
 
-void store_text(char* buffer, const char* text) {
-  const void* end = std::memchr(text, '\0', LINE_ID_PARAM_LEN);
-  const size_t len =
-      end != nullptr ? static_cast<size_t>(static_cast<const char*>(end) - text) : size_t{LINE_ID_PARAM_LEN};
-  std::memmove(buffer, text, len);
-  std::memset(buffer + len, 0, LINE_ID_TEXT_SIZE - len);
+std::string_view view_of(const char* text) { return {text, strnlen(text, LINE_ID_PARAM_LEN)}; }
+
+// The next three put a text into a slot that has a buffer.
+
+void note_text(int32_t set, int32_t slot, size_t len) {
+  g_lineid_params_len[set][slot] = static_cast<uint8_t>(len);
+  g_params_written[set] |= slot_bit(slot);
+}
+
+void store_text(int32_t set, int32_t slot, std::string_view text) {
+  text = text.substr(0, LINE_ID_PARAM_LEN);
+  char* buffer = g_lineid_params[set][slot];
+  if (!text.empty()) std::memmove(buffer, text.data(), text.size());
+  std::memset(buffer + text.size(), 0, LINE_ID_TEXT_SIZE - text.size());
+  note_text(set, slot, text.size());
+}
+
+void store_text(int32_t set, int32_t slot, const line_id_short_text& text) {
+  std::memcpy(g_lineid_params[set][slot], text.octets, sizeof(text.octets));
+  note_text(set, slot, text.len);
+}
+
+// The agent's own letters go straight into the sets that the provider fills.
+template <class Text> void write_provided(int32_t letter, const Text& text, int32_t flag) {
+  const bool all = g_line_id_param_set == LINE_ID_ALL_SETS;
+  const int32_t first = all ? 0 : g_line_id_param_set;
+  const int32_t last = all ? LINE_ID_ALL_SETS - 1 : first;
+  const int32_t slot = letter - 'A';
+  for (int32_t set = first; set <= last; ++set) {
+    if (g_params_flag[set][slot] >= PARAM_PINNED || buffer_of(set, slot) == nullptr) continue;
+    store_text(set, slot, text);
+    g_params_flag[set][slot] = static_cast<int8_t>(flag);
+  }
 }
 
 void write_instance(uint8_t oltid, char letter, const char* text) {
@@ -76,7 +107,8 @@ void write_instance(uint8_t oltid, char letter, const char* text) {
 // Letters pinned in either set stay where they are.
 void copy_line_letters(int32_t from, int32_t to) {
   line_id_reset_params(to);
-  for (const uint8_t slot : LINE_SLOTS) {
+  for (uint64_t left = g_params_written[from] & LINE_SLOTS; left != 0; left &= left - 1) {
+    const int32_t slot = std::countr_zero(left);
     const int8_t flag = g_params_flag[from][slot];
     const char* text = g_lineid_params[from][slot];
     if (text == nullptr || flag >= PARAM_PINNED) continue;
@@ -100,7 +132,9 @@ int32_t line_id_init_params() {
       room += LINE_ID_TEXT_SIZE;
     }
   }
+  std::memset(g_lineid_params_len, 0, sizeof(g_lineid_params_len));
   std::memset(g_params_flag, PARAM_FREE, sizeof(g_params_flag));
+  std::memset(g_params_written, 0, sizeof(g_params_written));
   return LINE_ID_OK;
 }
 
@@ -118,13 +152,12 @@ int32_t line_id_write_param(int32_t set, int32_t letter, const char* text, int32
     LINE_ID_ERROR("line_id_write_param  param_data == NULL (%d).\r\n", LINE_ID_ERR_NULL);
     return LINE_ID_ERR_NULL;
   }
-  char* buffer = buffer_of(set, slot);
-  if (buffer == nullptr) {
+  if (buffer_of(set, slot) == nullptr) {
     LINE_ID_WARN(LOG_GENERAL, "line_id_write_param  g_lineid_params[lineid_set][param - 'A'] == NULL (%d).\r\n",
                  LINE_ID_ERR_NULL);
     return LINE_ID_ERR_NULL;
   }
-  store_text(buffer, text);
+  store_text(set, slot, view_of(text));
   g_params_flag[set][slot] = static_cast<int8_t>(flag);
   return LINE_ID_OK;
 }
@@ -136,7 +169,7 @@ int32_t line_id_write_param_int(int32_t set, int32_t letter, int32_t value, int3
     LINE_ID_WARN(LOG_GENERAL, "line_id_write_param_int  g_params_flag err ret (%d).\r\n", LINE_ID_ERR_PARAM_WRITE);
     return LINE_ID_ERR_PARAM_WRITE;
   }
-  return line_id_write_param(set, letter, line_id_decimal_text(value).data(), flag);
+  return line_id_write_param(set, letter, line_id_decimal_text(value).octets, flag);
 }
 
 int32_t line_id_write_param_force(int32_t set, int32_t letter, const char* text) {
@@ -146,32 +179,42 @@ int32_t line_id_write_param_force(int32_t set, int32_t letter, const char* text)
     return LINE_ID_ERR;
   }
   const int32_t slot = line_id_param_slot(letter);
-  char* buffer = buffer_of(set, slot);
-  if (buffer == nullptr) {
+  if (buffer_of(set, slot) == nullptr) {
     LINE_ID_WARN(LOG_GENERAL, "line_id_write_param_force  g_lineid_params == NULL.\r");
     return LINE_ID_ERR;
   }
-  store_text(buffer, text);
+  store_text(set, slot, view_of(text));
   g_params_flag[set][slot] = PARAM_PINNED;
   return LINE_ID_OK;
 }
 
 int32_t line_id_write_param_int_force(int32_t set, int32_t letter, int32_t value) {
   if (is_refused(__func__, __LINE__, "  ", set, letter)) return LINE_ID_ERR;
-  return line_id_write_param_force(set, letter, line_id_decimal_text(value).data());
+  return line_id_write_param_force(set, letter, line_id_decimal_text(value).octets);
 }
 
 void line_id_set_param_flag(int32_t set, int32_t letter, int32_t flag) {
   if (is_refused(__func__, __LINE__, " ", set, letter)) return;
-  g_params_flag[set][line_id_param_slot(letter)] = static_cast<int8_t>(flag);
+  const int32_t slot = line_id_param_slot(letter);
+  g_params_flag[set][slot] = static_cast<int8_t>(flag);
+  g_params_written[set] |= slot_bit(slot);
+}
+
+int32_t line_id_fill_param(int32_t set, int32_t slot, std::string_view text) {
+  if (buffer_of(set, slot) == nullptr) return LINE_ID_ERR;
+  store_text(set, slot, text.substr(0, text.find('\0')));
+  return LINE_ID_OK;
 }
 
 void line_id_set_param(int32_t set, int32_t letter, char* buffer) {
   if (is_refused(__func__, __LINE__, " ", set, letter)) return;
-  char*& slot_buffer = g_lineid_params[set][line_id_param_slot(letter)];
+  const int32_t slot = line_id_param_slot(letter);
+  char*& slot_buffer = g_lineid_params[set][slot];
   if (slot_buffer == buffer) return;
   if (!is_in_block(slot_buffer)) std::free(slot_buffer);
   slot_buffer = buffer;
+  g_lineid_params_len[set][slot] = 0;
+  if (buffer != nullptr) store_text(set, slot, view_of(buffer));
 }
 
 int32_t line_id_param_allocated(int32_t set, int32_t letter) {
@@ -198,10 +241,13 @@ void line_id_reset_params(int32_t set) {
     LINE_ID_WARN(LOG_GENERAL, "line_id_reset_params lineid_set err (%d).\r\n", set);
     return;
   }
-  for (const uint8_t slot : LINE_SLOTS) {
+  for (uint64_t left = g_params_written[set] & LINE_SLOTS; left != 0; left &= left - 1) {
+    const int32_t slot = std::countr_zero(left);
     if (g_params_flag[set][slot] >= PARAM_PINNED) continue;
     if (char* buffer = g_lineid_params[set][slot]; buffer != nullptr) buffer[0] = '\0';
+    g_lineid_params_len[set][slot] = 0;
     g_params_flag[set][slot] = PARAM_FREE;
+    g_params_written[set] &= ~slot_bit(slot);
   }
 }
 
@@ -212,12 +258,12 @@ int32_t line_id_set_param_ani(uint8_t oltid, const char* text) {
 
 int32_t line_id_set_param_rack_no(uint8_t oltid, int16_t value) {
   // ODD: a number of 32768 or more prints negative.
-  write_instance(oltid, 'r', line_id_decimal_text(value).data());
+  write_instance(oltid, 'r', line_id_decimal_text(value).octets);
   return LINE_ID_OK;
 }
 
 int32_t line_id_set_param_frame_no(uint8_t oltid, int16_t value) {
-  write_instance(oltid, 'f', line_id_decimal_text(value).data());
+  write_instance(oltid, 'f', line_id_decimal_text(value).octets);
   return LINE_ID_OK;
 }
 
@@ -234,7 +280,7 @@ int32_t line_id_set_param_corecard_inner_mac(uint8_t oltid, const uint8_t* mac) 
     LINE_ID_ERROR("mac is NULL, failed(%d).\r\n", LINE_ID_ERR_NULL);
     return LINE_ID_ERR_NULL;
   }
-  write_instance(oltid, 'z', line_id_mac_text(mac).data());
+  write_instance(oltid, 'z', line_id_mac_text(mac).octets);
   return LINE_ID_OK;
 }
 
@@ -284,20 +330,32 @@ int line_id_param_write_inf(int letter, const char* text, int, int flag) {
   return LINE_ID_OK;
 }
 
-std::array<char, LINE_ID_DECIMAL_SIZE> line_id_decimal_text(int32_t value) {
-  std::array<char, LINE_ID_DECIMAL_SIZE> text = {};
-  std::to_chars(text.data(), text.data() + text.size() - 1, value);
+void line_id_param_write_text(int32_t letter, std::string_view text, int32_t flag) {
+  write_provided(letter, text, flag);
+}
+void line_id_param_write_number(int32_t letter, int32_t value, int32_t flag) {
+  write_provided(letter, line_id_decimal_text(value), flag);
+}
+void line_id_param_write_mac(int32_t letter, const uint8_t* mac, int32_t flag) {
+  write_provided(letter, line_id_mac_text(mac), flag);
+}
+
+line_id_short_text line_id_decimal_text(int32_t value) {
+  line_id_short_text text = {};
+  const auto end = std::to_chars(text.octets, text.octets + sizeof(text.octets) - 1, value);
+  text.len = static_cast<uint32_t>(end.ptr - text.octets);
   return text;
 }
 
-std::array<char, LINE_ID_MAC_TEXT_SIZE> line_id_mac_text(const uint8_t* mac) {
+line_id_short_text line_id_mac_text(const uint8_t* mac) {
   constexpr char DIGITS[] = "0123456789abcdef";
-  std::array<char, LINE_ID_MAC_TEXT_SIZE> text = {};
-  for (size_t i = 0; i < 6; ++i) {
-    text[2 * i] = DIGITS[mac[i] >> 4];
-    text[2 * i + 1] = DIGITS[mac[i] & 0x0F];
+  line_id_short_text text = {};
+  for (uint32_t i = 0; i < 6; ++i) {
+    text.octets[2 * i] = DIGITS[mac[i] >> 4];
+    text.octets[2 * i + 1] = DIGITS[mac[i] & 0x0F];
   }
+  text.len = 12;
   return text;
 }
 
-void line_id_printf_mac(const uint8_t* mac) { std::fputs(line_id_mac_text(mac).data(), stdout); }
+void line_id_printf_mac(const uint8_t* mac) { std::fputs(line_id_mac_text(mac).octets, stdout); }

@@ -9,7 +9,7 @@
 
 #include "core/records.h"
 
-#include <array>
+#include <string_view>
 
 constexpr int32_t LINE_ID_ALL_SETS = LINE_ID_PARAM_SETS; // the provider's target at start-up
 constexpr uint32_t LINE_ID_PARAM_SLOTS = 60;             // 'A' and the 59 characters behind it
@@ -22,9 +22,11 @@ enum line_id_param_flag : int8_t {
   PARAM_PINNED = 2, // by the operator
 };
 
-// The texts, each a buffer of LINE_ID_TEXT_SIZE octets or null, and their flags. Written only through the functions
-// below.
+// The texts, each a buffer of LINE_ID_TEXT_SIZE octets or null, their lengths, and their flags. A text of up to
+// LINE_ID_SHORT_TEXT_SIZE characters is followed by zeros up to that size. Written only through the functions below.
+constexpr uint32_t LINE_ID_SHORT_TEXT_SIZE = 16;
 extern char* g_lineid_params[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
+extern uint8_t g_lineid_params_len[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
 extern int8_t g_params_flag[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
 
 // The set that the provider's write callback fills; 36 means all.
@@ -48,6 +50,9 @@ int32_t line_id_write_param_int(int32_t set, int32_t letter, int32_t value, int3
 // Pin a letter, whatever its flag. 0, or -1 for a set, a letter or an absent text.
 int32_t line_id_write_param_force(int32_t set, int32_t letter, const char* text);
 int32_t line_id_write_param_int_force(int32_t set, int32_t letter, int32_t value);
+
+// Put a received text into a letter, cut to its buffer; the flag stays. 0, or -1 without memory.
+int32_t line_id_fill_param(int32_t set, int32_t slot, std::string_view text);
 
 // The flag alone; the text stays.
 void line_id_set_param_flag(int32_t set, int32_t letter, int32_t flag);
@@ -91,11 +96,18 @@ int32_t line_id_param_proc(int32_t set, line_id_inf_info* info);
 // The provider's write callback: into g_line_id_param_set. The length is not used; any flag but 0 counts as 1, so that
 // no hook can pin one subscriber's text for all others. Always 0.
 int line_id_param_write_inf(int letter, const char* text, int length, int flag);
+// The same for the agent's own letters, whose form and length are known.
+void line_id_param_write_text(int32_t letter, std::string_view text, int32_t flag);
+void line_id_param_write_number(int32_t letter, int32_t value, int32_t flag);
+void line_id_param_write_mac(int32_t letter, const uint8_t* mac, int32_t flag);
 
 // ---- texts of numbers, and of MAC addresses as 12 lower-case hexadecimal digits
 
-constexpr uint32_t LINE_ID_DECIMAL_SIZE = 12;
-constexpr uint32_t LINE_ID_MAC_TEXT_SIZE = 13;
-std::array<char, LINE_ID_DECIMAL_SIZE> line_id_decimal_text(int32_t value);
-std::array<char, LINE_ID_MAC_TEXT_SIZE> line_id_mac_text(const uint8_t* mac);
+// Zeros behind the text, at least one.
+struct line_id_short_text {
+  char octets[LINE_ID_SHORT_TEXT_SIZE];
+  uint32_t len;
+};
+line_id_short_text line_id_decimal_text(int32_t value);
+line_id_short_text line_id_mac_text(const uint8_t* mac);
 void line_id_printf_mac(const uint8_t* mac);

@@ -20,12 +20,23 @@ constexpr tech_form TECH_FORMS[] = {
     {LINE_ID_FORM_XG, "XG", true}, {LINE_ID_FORM_XGS, "XGS", true}, {LINE_ID_FORM_NONE, "", false},
 };
 
+// The parameter table's own callback is spared the way over terminated texts.
+bool is_own(line_id_param_write_func write) { return write == line_id_param_write_inf; }
+
 void write_text(line_id_param_write_func write, char letter, const char* text, int flag = PARAM_SET) {
-  write(letter, text, static_cast<int>(std::strlen(text)), flag);
+  const std::string_view view = text;
+  if (is_own(write)) return line_id_param_write_text(letter, view, flag);
+  write(letter, text, static_cast<int>(view.size()), flag);
 }
 
 void write_int(line_id_param_write_func write, char letter, int32_t value, int flag = PARAM_SET) {
-  write_text(write, letter, line_id_decimal_text(value).data(), flag);
+  if (is_own(write)) return line_id_param_write_number(letter, value, flag);
+  write_text(write, letter, line_id_decimal_text(value).octets, flag);
+}
+
+void write_mac(line_id_param_write_func write, char letter, const uint8_t* mac) {
+  if (is_own(write)) return line_id_param_write_mac(letter, mac, PARAM_SET);
+  write_text(write, letter, line_id_mac_text(mac).octets);
 }
 
 int32_t write_type_name(line_id_param_write_func write, char letter, int (*get_name)(char*, uint32_t)) {
@@ -166,7 +177,7 @@ void write_line_letters(line_id_param_write_func write, const line_id_inf_info* 
   write_int(write, 'T', info->onu_slot);
   write_int(write, 'M', info->onu_sub_slot);
   write_text(write, 'F', tech_text);
-  write_text(write, 'h', line_id_mac_text(info->client_mac).data());
+  write_mac(write, 'h', info->client_mac);
   // ODD: the port number has a text, yet counts as not set, so that a received identifier may replace it.
   if (pkt->onu_portid != 0) write_int(write, 'P', pkt->onu_portid, PARAM_FREE);
   write_int(write, 'o', pkt->onu_authno);

@@ -1,0 +1,69 @@
+// The agents against the same rewriting by hand, and against a packet library.
+#include "bench/bare.h"
+#include "bench/desk.h"
+#include "bench/libtins_peer.h"
+#include "bench/targets.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+struct protocol {
+  const char* name;
+  uint8_t packet_type;
+  uint32_t (*bare)(const uint8_t*, uint32_t, uint8_t*, const bare_texts&);
+  uint32_t (*library)(const uint8_t*, uint32_t, uint8_t*, const bare_texts&);
+  double whole_limit;   // of the whole agent, in bare ones
+  double library_limit; // how often it goes into the library's time
+};
+constexpr protocol PROTOCOLS[] = {
+    {"DHCPv4", LINE_ID_DHCPV4, bare_dhcp4, tins_dhcp4, 3.5, 8},
+    {"PPPoE", LINE_ID_PPPOE, bare_pppoe, tins_pppoe, 5, 4.5},
+    {"DHCPv6", LINE_ID_DHCPV6, bare_dhcp6, tins_dhcp6, 3, 7},
+};
+
+using by_hand = uint32_t (*)(const uint8_t*, uint32_t, uint8_t*, const bare_texts&);
+
+std::function<void(uint32_t)> runner(by_hand function, const octets& frame) {
+  return [function, frame](uint32_t times) {
+    const bare_texts texts = {BENCH_CIRCUIT_ID, BENCH_REMOTE_ID};
+    uint8_t out[LINE_ID_SCRATCH_LEN];
+    for (uint32_t i = 0; i < times; ++i) {
+      keep(function(frame.data(), static_cast<uint32_t>(frame.size()), out, texts));
+      keep(out);
+    }
+  };
+}
+
+std::function<void(uint32_t)> runner(bench_desk& desk) {
+  return [&desk](uint32_t times) {
+    for (uint32_t i = 0; i < times; ++i) {
+      if (desk.ask() != 0) std::abort();
+      keep(desk.out);
+    }
+  };
+}
+
+void measure(report& into, const protocol& each) {
+  const octets frame = bench_frame(each.packet_type);
+  bench_desk desk(frame, each.packet_type);
+  const std::vector<contender> with_bare = {{"bare", runner(each.bare, frame)}, {"agent", runner(desk)}};
+
+  desk_start(desk_mode::REWRITE_ONLY);
+  const group_result rewrite = into.add_group(std::string(each.name) + " rewrite", with_bare);
+  into.add_ratio("rewrite alone / bare", each.name, rewrite, "agent", "bare", 1.25);
+
+  desk_start(desk_mode::WHOLE);
+  std::vector<contender> all = with_bare;
+  all.push_back({"libtins", runner(each.library, frame)});
+  const group_result whole = into.add_group(std::string(each.name) + " agent", all);
+  into.add_ratio("whole agent / bare", each.name, whole, "agent", "bare", each.whole_limit);
+  into.add_ratio("libtins / whole agent", each.name, whole, "libtins", "agent", each.library_limit, true);
+}
+
+} // namespace
+
+void measure_agents(report& into) {
+  for (const protocol& each : PROTOCOLS) measure(into, each);
+}
