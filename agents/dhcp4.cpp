@@ -66,31 +66,15 @@ bool is_server_message(uint8_t type) {
   return type == OFFER || type == ACK || type == NAK;
 }
 
-// An option on its way up: 0, or -2.
-int32_t note_upstream(const option_view& option, line_id_inf_info* info, dhcp4_options& found) {
-  switch (option.code) {
-  case OPTION_RELAY_AGENT:
-    found.option82 = option.value - HEAD_LEN;
-    found.option82_len = option.whole_len;
-    return LINE_ID_PKT_SEND;
-  case OPTION_ONU_INFO:
-    LINE_ID_INFO(LOG_DHCPV4, "got onu_info_tag!\r\n");
-    if (option.length >= ONU_INFO_LEN) {
-      info->pkt_info_ptr->onu_authno = line_id_get_u16(option.value);
-      info->pkt_info_ptr->onu_portid = line_id_get_u16(option.value + 2);
-    }
-    return LINE_ID_PKT_SEND;
-  default: return LINE_ID_PKT_SEND;
-  }
+void note_onu_info(const uint8_t* value, line_id_pkt_info* pkt) {
+  LINE_ID_INFO(LOG_DHCPV4, "got onu_info_tag!\r\n");
+  pkt->onu_authno = line_id_get_u16(value);
+  pkt->onu_portid = line_id_get_u16(value + 2);
 }
 
-// The message type is the octet behind the option's length, whatever that
-// length says.
-int32_t check_message_type(const option_view& option, const packet_reader& options, uint8_t direct) {
-  packet_reader value = reader_sub(options, option.offset + HEAD_LEN);
-  const uint8_t type = reader_u8(value);
-  if (!value.ok) return LINE_ID_PKT_DROP;
-  return is_server_message(type) == (direct == LINE_ID_DOWNSTREAM) ? LINE_ID_PKT_SEND : LINE_ID_PKT_DROP;
+// The message type is the octet behind the option's length, whatever that length says.
+bool is_message_type_refused(const uint8_t* value, const uint8_t* end, uint8_t direct) {
+  return value == end || is_server_message(*value) != (direct == LINE_ID_DOWNSTREAM);
 }
 
 int32_t refuse_walk(uint32_t offset) {
@@ -107,23 +91,28 @@ int32_t refuse_walk(uint32_t offset) {
 int32_t walk_options(line_id_inf_info* info, dhcp4_options& found) {
   const uint32_t first = OPTIONS_OFFSET + line_id_vlan_tag_len(info);
   const uint8_t direct = info->pkt_info_ptr->direct;
-  packet_reader options = reader_sub(reader_over(info->origin_pkt_ptr, info->origin_pkt_len), first);
-  while (options.ok && reader_left(options) > 0 && options.data[options.pos] != OPTION_END_CODE) {
+  if (first > info->origin_pkt_len) return refuse_walk(first);
+  packet_reader options = reader_over(info->origin_pkt_ptr + first, info->origin_pkt_len - first);
+  const uint8_t* end = options.data + options.size;
+  while (reader_left(options) > 0 && options.data[options.pos] != OPTION_END_CODE) {
     if (direct == LINE_ID_UPSTREAM && options.data[options.pos] == OPTION_PAD) {
       // ODD: a Pad option ends upstream processing with a drop.
       LINE_ID_WARN(LOG_DHCPV4, "dhcp OPTION TAG IS INvalid ,THE TAG IS %d\r\n", OPTION_PAD);
       return LINE_ID_PKT_DROP;
     }
     option_view option;
-    const uint32_t at = options.pos;
     if (option_next(options, DHCP4_OPTION_RULE, option) != OPTION_FOUND)
-      return refuse_walk(first + at + option.whole_len);
-    int32_t ret = LINE_ID_PKT_SEND;
-    if (option.code == OPTION_MESSAGE_TYPE) ret = check_message_type(option, options, direct);
-    if (ret == LINE_ID_PKT_SEND && direct == LINE_ID_UPSTREAM) ret = note_upstream(option, info, found);
-    if (ret != LINE_ID_PKT_SEND) return ret;
+      return refuse_walk(first + option.offset + option.whole_len);
+    if (option.code == OPTION_MESSAGE_TYPE) {
+      if (is_message_type_refused(option.value, end, direct)) return LINE_ID_PKT_DROP;
+    } else if (direct == LINE_ID_UPSTREAM && option.code == OPTION_RELAY_AGENT) {
+      found.option82 = option.value - HEAD_LEN;
+      found.option82_len = option.whole_len;
+    } else if (direct == LINE_ID_UPSTREAM && option.code == OPTION_ONU_INFO && option.length >= ONU_INFO_LEN) {
+      note_onu_info(option.value, info->pkt_info_ptr);
+    }
   }
-  if (!options.ok || reader_left(options) == 0) return refuse_walk(first + options.pos);
+  if (reader_left(options) == 0) return refuse_walk(first + options.pos);
   found.end = options.data + options.pos;
   return LINE_ID_PKT_SEND;
 }

@@ -53,14 +53,23 @@ void print_json(FILE* to, const report& all) {
   nlohmann::ordered_json out;
   for (const target& row : all.targets) {
     const interval found = interval_of(row.values);
-    out["targets"].push_back({{"group", row.group}, {"name", row.name}, {"median", found.middle},
-                              {"lowest", found.lowest}, {"highest", found.highest}, {"limit", row.limit},
-                              {"at_least", row.at_least}, {"unit", row.unit}, {"met", is_met(row)}});
+    out["targets"].push_back({{"group", row.group},
+                              {"name", row.name},
+                              {"median", found.middle},
+                              {"lowest", found.lowest},
+                              {"highest", found.highest},
+                              {"limit", row.limit},
+                              {"at_least", row.at_least},
+                              {"unit", row.unit},
+                              {"met", is_met(row)}});
   }
   for (const measured& row : all.times) {
     const interval found = interval_of(row.nanoseconds);
-    out["times"].push_back({{"group", row.group}, {"name", row.name}, {"nanoseconds", found.middle},
-                            {"lowest", found.lowest}, {"highest", found.highest}});
+    out["times"].push_back({{"group", row.group},
+                            {"name", row.name},
+                            {"nanoseconds", found.middle},
+                            {"lowest", found.lowest},
+                            {"highest", found.highest}});
   }
   std::fprintf(to, "%s\n", out.dump(1).c_str());
 }

@@ -29,34 +29,89 @@ int32_t fill_letter(int32_t set, int32_t slot, std::string_view text) {
   return LINE_ID_ERR;
 }
 
-// Append a letter's text to `out`, of which `used` octets are filled: its length, 0 when it does not fit. Most texts are
-// short and are copied as a block of fixed size, with the zeros behind them.
-uint32_t append_letter(int32_t set, int32_t slot, char* out, uint32_t used) {
-  const uint32_t len = g_lineid_params_len[set][slot];
-  const uint32_t room = LINE_ID_EXPANSION_LEN - used;
-  if (len == 0) { // there is room for one octet
-    out[used] = '0';
-    return 1;
+// ---- expansion: a template is taken apart once, and its parts are remembered with a copy of it
+
+// One step of an expansion: octets of the template, or a letter.
+struct template_part {
+  uint16_t at;
+  uint8_t len; // of octets that are copied
+  uint8_t kind;
+};
+constexpr uint8_t PART_OCTETS = 0xFD; // as far as there is room
+constexpr uint8_t PART_PAIR = 0xFE;   // "%" and what follows it, both or neither; any other kind is a letter's slot
+
+// No template expands further than this: each of its parts writes an octet at least, and has two at most for that.
+constexpr uint32_t TEMPLATE_LEN = 2 * LINE_ID_EXPANSION_LEN;
+constexpr uint32_t COPY_LEN = 16; // short pieces are copied as blocks of fixed size
+
+struct known_template {
+  const char* from;
+  uint32_t len;
+  uint32_t part_count;
+  char text[TEMPLATE_LEN + COPY_LEN]; // zeros behind it
+  template_part parts[LINE_ID_EXPANSION_LEN];
+};
+
+// The worker, like the letters themselves.
+constexpr uint32_t KNOWN_TEMPLATES = 16;
+known_template g_known_templates[KNOWN_TEMPLATES];
+
+void add_octet(known_template& known, uint32_t at) {
+  if (known.part_count > 0) {
+    template_part& last = known.parts[known.part_count - 1];
+    if (last.kind == PART_OCTETS && last.at + last.len == at && last.len < UINT8_MAX) {
+      ++last.len;
+      return;
+    }
   }
-  if (len > room) return 0; // a value is written whole or not at all
-  const char* text = g_lineid_params[set][slot];
-  if (len <= LINE_ID_SHORT_TEXT_SIZE && room >= LINE_ID_SHORT_TEXT_SIZE) {
-    std::memcpy(out + used, text, LINE_ID_SHORT_TEXT_SIZE);
-  } else {
-    std::memcpy(out + used, text, len);
-  }
-  return len;
+  known.parts[known.part_count++] = {static_cast<uint16_t>(at), 1, PART_OCTETS};
 }
 
-// Append what stands in front of the next "%", which is not the first character, as far as there is room: its length.
-uint32_t append_literal(std::string_view fmt, char* out, uint32_t used) {
-  if (fmt.size() == 1 || fmt[1] == '%') { // most literals are single delimiters
-    out[used] = fmt[0];
-    return 1;
+void take_apart(known_template& known, std::string_view fmt) {
+  known = {};
+  known.from = fmt.data();
+  known.len = static_cast<uint32_t>(fmt.size());
+  if (!fmt.empty()) std::memcpy(known.text, fmt.data(), fmt.size());
+  for (uint32_t pos = 0; pos < fmt.size() && known.part_count < LINE_ID_EXPANSION_LEN;) {
+    if (fmt[pos] != '%') {
+      add_octet(known, pos++);
+      continue;
+    }
+    const int32_t slot = line_id_param_slot(char_at(fmt, pos + 1));
+    const uint8_t kind = slot >= 0 ? static_cast<uint8_t>(slot) : PART_PAIR;
+    // ODD: a lone "%" at the end is followed by a zero octet.
+    known.parts[known.part_count++] = {static_cast<uint16_t>(pos), 2, kind};
+    pos += 2;
   }
-  const size_t len = std::min<size_t>(std::min(fmt.size(), fmt.find('%')), LINE_ID_EXPANSION_LEN - used);
-  std::memcpy(out + used, fmt.data(), len);
-  return static_cast<uint32_t>(len);
+}
+
+// Whoever changes a template in place gets it taken apart again.
+const known_template& parts_of(std::string_view fmt) {
+  static uint32_t next = 0;
+  fmt = fmt.substr(0, TEMPLATE_LEN);
+  for (known_template& known : g_known_templates) {
+    if (known.from != fmt.data() || known.len != fmt.size()) continue;
+    if (std::memcmp(known.text, fmt.data(), fmt.size()) != 0) take_apart(known, fmt);
+    return known;
+  }
+  known_template& oldest = g_known_templates[next++ % KNOWN_TEMPLATES];
+  take_apart(oldest, fmt);
+  return oldest;
+}
+
+// Copy `len` octets, of which COPY_LEN can be read; what is written behind them, if anything, lies within `room`.
+void copy_piece(char* out, const char* from, uint32_t len, uint32_t room) {
+  if (len <= COPY_LEN && room >= COPY_LEN) {
+    std::memcpy(out, from, COPY_LEN);
+  } else {
+    std::memcpy(out, from, len);
+  }
+}
+
+void trace_letter(int32_t set, const template_part& part, std::string_view text, const char* out, uint32_t used) {
+  const int len = static_cast<int>(text.size());
+  LINE_ID_INFO(LOG_GENERAL, "g_lineid_params[%d][%d]:%.*s.\r\n", set, part.kind, len, text.data());
+  LINE_ID_INFO(LOG_GENERAL, "pv_len:%d, b:%.*s#\r\n", len, static_cast<int>(used), out);
 }
 
 } // namespace
@@ -91,30 +146,33 @@ int32_t line_id_expand_template(int32_t set, std::string_view fmt, char* out) {
     LINE_ID_WARN(LOG_GENERAL, "line_id_print_format (%d).\r\n", LINE_ID_ERR_LEVEL);
     return LINE_ID_ERR_LEVEL;
   }
+  static constexpr char NO_TEXT[COPY_LEN] = "0"; // of a letter without one
+  const known_template& known = parts_of(fmt);
+  const bool traced = line_id_log_enabled(LOG_GENERAL, 2);
   uint32_t used = 0;
-  size_t pos = 0;
-  while (pos < fmt.size() && used < LINE_ID_EXPANSION_LEN) {
-    if (fmt[pos] != '%') {
-      const uint32_t len = append_literal(fmt.substr(pos), out, used);
-      pos += len;
+  for (const template_part *part = known.parts, *end = part + known.part_count; part != end; ++part) {
+    const uint32_t room = LINE_ID_EXPANSION_LEN - used;
+    if (part->kind >= PART_OCTETS) {
+      uint32_t len = part->len;
+      if (len > room && part->kind == PART_PAIR) break;
+      len = std::min(len, room);
+      copy_piece(out + used, known.text + part->at, len, room);
       used += len;
       continue;
     }
-    const char letter = char_at(fmt, pos + 1);
-    const int32_t slot = line_id_param_slot(letter);
-    pos += 2;
-    if (slot < 0) {
-      if (used >= LINE_ID_EXPANSION_LEN - 1) break;
-      // ODD: a lone "%" at the end is followed by a zero octet.
-      out[used++] = '%';
-      out[used++] = letter;
-      continue;
-    }
-    const uint32_t len = append_letter(set, slot, out, used);
-    if (len == 0) break;
-    LINE_ID_INFO(LOG_GENERAL, "g_lineid_params[%d][%d]:%.*s.\r\n", set, slot, static_cast<int>(len), out + used);
+    std::string_view text = line_id_param_view(set, part->kind);
+    if (text.empty()) text = {NO_TEXT, 1};
+    const auto len = static_cast<uint32_t>(text.size());
+    if (len > room) break; // a value is written whole or not at all
+    copy_piece(out + used, text.data(), len, room);
     used += len;
-    LINE_ID_INFO(LOG_GENERAL, "pv_len:%d, b:%.*s#\r\n", static_cast<int>(len), static_cast<int>(used), out);
+    if (traced) trace_letter(set, *part, text, out, used);
+  }
+  // What a block has written too far goes away again: the caller's buffer was zeroed.
+  if (LINE_ID_EXPANSION_LEN - used >= COPY_LEN) {
+    std::memset(out + used, 0, COPY_LEN);
+  } else {
+    std::memset(out + used, 0, LINE_ID_EXPANSION_LEN - used);
   }
   return static_cast<int32_t>(used);
 }

@@ -1,7 +1,7 @@
 // The parameter table: storage, writers, resets, and the calls of the provider.
 #include "lineid/params.h"
 
-#include <bit>
+#include <array>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -9,10 +9,11 @@
 
 #include "core/device_if.h"
 #include "core/log.h"
+#include "packet/frame.h"
 
 char* g_lineid_params[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
-uint8_t g_lineid_params_len[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
-int8_t g_params_flag[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
+int8_t g_params_flag[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
+uint8_t g_params_len[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
 uint16_t g_line_id_param_set;
 
 namespace {
@@ -24,22 +25,18 @@ constexpr size_t BLOCK_LEN = size_t{LINE_ID_PARAM_SETS} * LINE_ID_PARAM_SLOTS * 
 // The buffers that line_id_init_params hands out, all in one; never freed. Buffers outside of it were allocated alone.
 char* g_param_block = nullptr;
 
-// Bit n: slot n has a text or a flag since the set was last emptied.
-uint64_t g_params_written[LINE_ID_PARAM_SETS];
-static_assert(LINE_ID_PARAM_SLOTS <= 64);
+// The numbers whose text has not been asked for.
+int64_t g_params_number[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
 
-constexpr uint64_t slot_bit(int32_t slot) { return uint64_t{1} << slot; }
-
-// The slots of all letters that are not device-wide.
-constexpr uint64_t line_slots() {
-  uint64_t slots = 0;
-  for (int32_t letter = 'A'; letter <= 'z'; ++letter) {
-    if (line_id_param_slot(letter) >= 0) slots |= slot_bit(line_id_param_slot(letter));
+// All ones for the slots of device-wide letters.
+constexpr std::array<uint8_t, LINE_ID_PARAM_ROW> device_slots() {
+  std::array<uint8_t, LINE_ID_PARAM_ROW> slots = {};
+  for (const char* letter = LINE_ID_DEVICE_LETTERS; *letter != '\0'; ++letter) {
+    slots[static_cast<size_t>(*letter - 'A')] = 0xFF;
   }
-  for (const char* device = LINE_ID_DEVICE_LETTERS; *device != '\0'; ++device) slots &= ~slot_bit(*device - 'A');
   return slots;
 }
-constexpr uint64_t LINE_SLOTS = line_slots();
+constexpr std::array<uint8_t, LINE_ID_PARAM_ROW> DEVICE_SLOTS = device_slots();
 
 // Warns in the caller's name about a bad set or letter; true when there is one. `gap` stands behind the name.
 bool is_refused(const char* function, int line, const char* gap, int32_t set, int32_t letter) {
@@ -67,37 +64,38 @@ char* buffer_of(int32_t set, int32_t slot) {
 
 std::string_view view_of(const char* text) { return {text, strnlen(text, LINE_ID_PARAM_LEN)}; }
 
-// The next three put a text into a slot that has a buffer.
-
-void note_text(int32_t set, int32_t slot, size_t len) {
-  g_lineid_params_len[set][slot] = static_cast<uint8_t>(len);
-  g_params_written[set] |= slot_bit(slot);
-}
-
+// Put a text into a slot that has a buffer.
 void store_text(int32_t set, int32_t slot, std::string_view text) {
   text = text.substr(0, LINE_ID_PARAM_LEN);
+  g_params_len[set][slot] = static_cast<uint8_t>(text.size());
   char* buffer = g_lineid_params[set][slot];
-  if (!text.empty()) std::memmove(buffer, text.data(), text.size());
-  std::memset(buffer + text.size(), 0, LINE_ID_TEXT_SIZE - text.size());
-  note_text(set, slot, text.size());
-}
-
-void store_text(int32_t set, int32_t slot, const line_id_short_text& text) {
-  std::memcpy(g_lineid_params[set][slot], text.octets, sizeof(text.octets));
-  note_text(set, slot, text.len);
-}
-
-// The agent's own letters go straight into the sets that the provider fills.
-template <class Text> void write_provided(int32_t letter, const Text& text, int32_t flag) {
-  const bool all = g_line_id_param_set == LINE_ID_ALL_SETS;
-  const int32_t first = all ? 0 : g_line_id_param_set;
-  const int32_t last = all ? LINE_ID_ALL_SETS - 1 : first;
-  const int32_t slot = letter - 'A';
-  for (int32_t set = first; set <= last; ++set) {
-    if (g_params_flag[set][slot] >= PARAM_PINNED || buffer_of(set, slot) == nullptr) continue;
-    store_text(set, slot, text);
-    g_params_flag[set][slot] = static_cast<int8_t>(flag);
+  if (text.size() < LINE_ID_SHORT_TEXT_SIZE) {
+    char octets[LINE_ID_SHORT_TEXT_SIZE] = {};
+    for (size_t i = 0; i < text.size(); ++i) octets[i] = text[i];
+    std::memcpy(buffer, octets, sizeof(octets));
+    return;
   }
+  std::memmove(buffer, text.data(), text.size());
+  std::memset(buffer + text.size(), 0, LINE_ID_TEXT_SIZE - text.size());
+}
+
+// Calls `write` for each set that the provider fills, but for those whose letter is pinned.
+template <class Write> void write_provided(int32_t slot, int32_t flag, Write write) {
+  const auto write_one = [slot, flag, write](int32_t set) {
+    if (g_params_flag[set][slot] >= PARAM_PINNED) return;
+    write(set);
+    g_params_flag[set][slot] = static_cast<int8_t>(flag);
+  };
+  if (g_line_id_param_set != LINE_ID_ALL_SETS) return write_one(g_line_id_param_set);
+  for (int32_t set = 0; set < LINE_ID_ALL_SETS; ++set) write_one(set);
+}
+
+// Twelve hexadecimal digits.
+line_id_short_text mac_digits(uint64_t mac) {
+  constexpr char DIGITS[] = "0123456789abcdef";
+  line_id_short_text text = {};
+  for (text.len = 0; text.len < 12; ++text.len) text.octets[text.len] = DIGITS[mac >> (44 - 4 * text.len) & 0x0F];
+  return text;
 }
 
 void write_instance(uint8_t oltid, char letter, const char* text) {
@@ -107,12 +105,13 @@ void write_instance(uint8_t oltid, char letter, const char* text) {
 // Letters pinned in either set stay where they are.
 void copy_line_letters(int32_t from, int32_t to) {
   line_id_reset_params(to);
-  for (uint64_t left = g_params_written[from] & LINE_SLOTS; left != 0; left &= left - 1) {
-    const int32_t slot = std::countr_zero(left);
+  for (int32_t letter = 'A'; letter <= 'z'; ++letter) {
+    const int32_t slot = line_id_param_slot(letter);
+    if (slot < 0 || DEVICE_SLOTS[static_cast<size_t>(slot)] != 0) continue;
     const int8_t flag = g_params_flag[from][slot];
-    const char* text = g_lineid_params[from][slot];
-    if (text == nullptr || flag >= PARAM_PINNED) continue;
-    if (flag != PARAM_FREE || text[0] != '\0') line_id_write_param(to, 'A' + slot, text, flag);
+    if (g_lineid_params[from][slot] == nullptr || flag >= PARAM_PINNED) continue;
+    const char* text = line_id_get_param_text(from, letter);
+    if (flag != PARAM_FREE || text[0] != '\0') line_id_write_param(to, letter, text, flag);
   }
 }
 
@@ -132,9 +131,8 @@ int32_t line_id_init_params() {
       room += LINE_ID_TEXT_SIZE;
     }
   }
-  std::memset(g_lineid_params_len, 0, sizeof(g_lineid_params_len));
+  std::memset(g_params_len, 0, sizeof(g_params_len));
   std::memset(g_params_flag, PARAM_FREE, sizeof(g_params_flag));
-  std::memset(g_params_written, 0, sizeof(g_params_written));
   return LINE_ID_OK;
 }
 
@@ -197,7 +195,6 @@ void line_id_set_param_flag(int32_t set, int32_t letter, int32_t flag) {
   if (is_refused(__func__, __LINE__, " ", set, letter)) return;
   const int32_t slot = line_id_param_slot(letter);
   g_params_flag[set][slot] = static_cast<int8_t>(flag);
-  g_params_written[set] |= slot_bit(slot);
 }
 
 int32_t line_id_fill_param(int32_t set, int32_t slot, std::string_view text) {
@@ -213,7 +210,7 @@ void line_id_set_param(int32_t set, int32_t letter, char* buffer) {
   if (slot_buffer == buffer) return;
   if (!is_in_block(slot_buffer)) std::free(slot_buffer);
   slot_buffer = buffer;
-  g_lineid_params_len[set][slot] = 0;
+  g_params_len[set][slot] = 0;
   if (buffer != nullptr) store_text(set, slot, view_of(buffer));
 }
 
@@ -222,8 +219,23 @@ int32_t line_id_param_allocated(int32_t set, int32_t letter) {
   return line_id_is_param_set(set) && slot >= 0 && g_lineid_params[set][slot] != nullptr ? 1 : 0;
 }
 
+std::string_view line_id_param_text_of_number(int32_t set, int32_t slot) {
+  const bool is_mac = g_params_len[set][slot] == PARAM_MAC;
+  const int64_t number = g_params_number[set][slot];
+  g_params_len[set][slot] = 0;
+  char* buffer = buffer_of(set, slot);
+  if (buffer == nullptr) return {};
+  const line_id_short_text text =
+      is_mac ? mac_digits(static_cast<uint64_t>(number)) : line_id_decimal_text(static_cast<int32_t>(number));
+  std::memcpy(buffer, text.octets, sizeof(text.octets));
+  g_params_len[set][slot] = static_cast<uint8_t>(text.len);
+  return {buffer, text.len};
+}
+
 const char* line_id_get_param_text(int32_t set, int32_t letter) {
-  return line_id_param_allocated(set, letter) != 0 ? g_lineid_params[set][line_id_param_slot(letter)] : "";
+  if (line_id_param_allocated(set, letter) == 0) return "";
+  const std::string_view text = line_id_param_view(set, line_id_param_slot(letter));
+  return text.empty() ? "" : text.data();
 }
 
 void line_id_print_param(int32_t set, int32_t letter) {
@@ -241,14 +253,19 @@ void line_id_reset_params(int32_t set) {
     LINE_ID_WARN(LOG_GENERAL, "line_id_reset_params lineid_set err (%d).\r\n", set);
     return;
   }
-  for (uint64_t left = g_params_written[set] & LINE_SLOTS; left != 0; left &= left - 1) {
-    const int32_t slot = std::countr_zero(left);
-    if (g_params_flag[set][slot] >= PARAM_PINNED) continue;
-    if (char* buffer = g_lineid_params[set][slot]; buffer != nullptr) buffer[0] = '\0';
-    g_lineid_params_len[set][slot] = 0;
-    g_params_flag[set][slot] = PARAM_FREE;
-    g_params_written[set] &= ~slot_bit(slot);
+  // On copies that nothing else can name, so that this is a few vector instructions.
+  std::array<int8_t, LINE_ID_PARAM_ROW> flags;
+  std::array<uint8_t, LINE_ID_PARAM_ROW> lengths;
+  std::memcpy(flags.data(), g_params_flag[set], sizeof(flags));
+  std::memcpy(lengths.data(), g_params_len[set], sizeof(lengths));
+  for (size_t slot = 0; slot < LINE_ID_PARAM_ROW; ++slot) {
+    const auto pinned = static_cast<uint8_t>(flags[slot] >= PARAM_PINNED ? 0xFF : 0);
+    const auto kept = static_cast<uint8_t>(DEVICE_SLOTS[slot] | pinned);
+    flags[slot] = static_cast<int8_t>(flags[slot] & kept);
+    lengths[slot] = static_cast<uint8_t>(lengths[slot] & kept);
   }
+  std::memcpy(g_params_flag[set], flags.data(), sizeof(flags));
+  std::memcpy(g_params_len[set], lengths.data(), sizeof(lengths));
 }
 
 int32_t line_id_set_param_ani(uint8_t oltid, const char* text) {
@@ -331,13 +348,30 @@ int line_id_param_write_inf(int letter, const char* text, int, int flag) {
 }
 
 void line_id_param_write_text(int32_t letter, std::string_view text, int32_t flag) {
-  write_provided(letter, text, flag);
+  const int32_t slot = letter - 'A';
+  write_provided(slot, flag, [slot, text](int32_t set) {
+    if (text.empty() || buffer_of(set, slot) == nullptr) {
+      g_params_len[set][slot] = 0;
+    } else {
+      store_text(set, slot, text);
+    }
+  });
 }
+
 void line_id_param_write_number(int32_t letter, int32_t value, int32_t flag) {
-  write_provided(letter, line_id_decimal_text(value), flag);
+  const int32_t slot = letter - 'A';
+  write_provided(slot, flag, [slot, value](int32_t set) {
+    g_params_number[set][slot] = value;
+    g_params_len[set][slot] = PARAM_NUMBER;
+  });
 }
+
 void line_id_param_write_mac(int32_t letter, const uint8_t* mac, int32_t flag) {
-  write_provided(letter, line_id_mac_text(mac), flag);
+  const int32_t slot = letter - 'A';
+  write_provided(slot, flag, [slot, mac](int32_t set) {
+    g_params_number[set][slot] = static_cast<int64_t>(line_id_get_u16(mac)) << 32 | line_id_get_u32(mac + 2);
+    g_params_len[set][slot] = PARAM_MAC;
+  });
 }
 
 line_id_short_text line_id_decimal_text(int32_t value) {
@@ -348,14 +382,7 @@ line_id_short_text line_id_decimal_text(int32_t value) {
 }
 
 line_id_short_text line_id_mac_text(const uint8_t* mac) {
-  constexpr char DIGITS[] = "0123456789abcdef";
-  line_id_short_text text = {};
-  for (uint32_t i = 0; i < 6; ++i) {
-    text.octets[2 * i] = DIGITS[mac[i] >> 4];
-    text.octets[2 * i + 1] = DIGITS[mac[i] & 0x0F];
-  }
-  text.len = 12;
-  return text;
+  return mac_digits(uint64_t{line_id_get_u16(mac)} << 32 | line_id_get_u32(mac + 2));
 }
 
 void line_id_printf_mac(const uint8_t* mac) { std::fputs(line_id_mac_text(mac).octets, stdout); }

@@ -13,6 +13,7 @@
 
 constexpr int32_t LINE_ID_ALL_SETS = LINE_ID_PARAM_SETS; // the provider's target at start-up
 constexpr uint32_t LINE_ID_PARAM_SLOTS = 60;             // 'A' and the 59 characters behind it
+constexpr uint32_t LINE_ID_PARAM_ROW = 64;               // the same, rounded up for the vector unit
 constexpr uint32_t LINE_ID_PARAM_LEN = LINE_ID_TEXT_SIZE - 1;
 constexpr char LINE_ID_DEVICE_LETTERS[] = "arfOLSuBzH"; // spared by the reset for each frame
 
@@ -22,12 +23,19 @@ enum line_id_param_flag : int8_t {
   PARAM_PINNED = 2, // by the operator
 };
 
-// The texts, each a buffer of LINE_ID_TEXT_SIZE octets or null, their lengths, and their flags. A text of up to
-// LINE_ID_SHORT_TEXT_SIZE characters is followed by zeros up to that size. Written only through the functions below.
-constexpr uint32_t LINE_ID_SHORT_TEXT_SIZE = 16;
+// The texts, each a buffer of LINE_ID_TEXT_SIZE octets or null, and their flags. Written only through the functions
+// below, read through line_id_param_view.
 extern char* g_lineid_params[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
-extern uint8_t g_lineid_params_len[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
-extern int8_t g_params_flag[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
+extern int8_t g_params_flag[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
+
+// Lengths of the texts, or that a number is still to be turned into its text: most letters of a frame are numbers, and
+// its templates use half of them.
+constexpr uint8_t PARAM_NUMBER = 0xFE;
+constexpr uint8_t PARAM_MAC = 0xFF;
+extern uint8_t g_params_len[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
+
+// A text of up to this size is followed by zeros up to it.
+constexpr uint32_t LINE_ID_SHORT_TEXT_SIZE = 16;
 
 // The set that the provider's write callback fills; 36 means all.
 extern uint16_t g_line_id_param_set;
@@ -63,6 +71,14 @@ void line_id_set_param(int32_t set, int32_t letter, char* buffer);
 
 // 1 when the slot has a buffer, else 0.
 int32_t line_id_param_allocated(int32_t set, int32_t letter);
+
+// The text of a slot, empty when there is none; valid until the letter is written again.
+std::string_view line_id_param_text_of_number(int32_t set, int32_t slot);
+inline std::string_view line_id_param_view(int32_t set, int32_t slot) {
+  const uint8_t len = g_params_len[set][slot];
+  return len < PARAM_NUMBER ? std::string_view(g_lineid_params[set][slot], len)
+                            : line_id_param_text_of_number(set, slot);
+}
 
 // The text, "" when there is none; valid until the letter is written again.
 const char* line_id_get_param_text(int32_t set, int32_t letter);

@@ -119,13 +119,28 @@ uint16_t line_id_sum_words(const uint8_t* buf, uint32_t len) {
     total += word & 0xFFFFFFFF;
     high_total += word >> 32;
   }
-  word = 0;
-  if (tail_len != 0) std::memcpy(&word, tail, tail_len);
-  total += word & 0xFFFFFFFF;
-  high_total += word >> 32;
-  if (len % 2 != 0) LINE_ID_INFO(LOG_GENERAL, "((*(unsigned char *) wtmp) << 8) = %x \r\n", tail[tail_len - 1] << 8);
+  if ((tail_len & 4) != 0) {
+    uint32_t half = 0;
+    std::memcpy(&half, buf, sizeof(half));
+    total += half;
+    buf += sizeof(half);
+  }
+  if ((tail_len & 2) != 0) {
+    uint16_t quarter = 0;
+    std::memcpy(&quarter, buf, sizeof(quarter));
+    total += quarter;
+    buf += sizeof(quarter);
+  }
+  if ((tail_len & 1) != 0) {
+    const uint8_t last[2] = {*buf, 0};
+    uint16_t quarter = 0;
+    std::memcpy(&quarter, last, sizeof(quarter));
+    total += quarter;
+    LINE_ID_INFO(LOG_GENERAL, "((*(unsigned char *) wtmp) << 8) = %x \r\n", *buf << 8);
+  }
 
   total += high_total;
+  total = (total >> 32) + (total & 0xFFFFFFFF);
   while (total > 0xFFFF) total = (total >> 16) + (total & 0xFFFF);
   const uint16_t sum = static_cast<uint16_t>(total);
   return std::endian::native == std::endian::little ? static_cast<uint16_t>(sum << 8 | sum >> 8) : sum;

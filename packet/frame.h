@@ -138,18 +138,18 @@ struct option_view {
 
 // The option at the reader's position; moves the reader behind it when it is whole, leaves it in place otherwise.
 inline option_result option_next(packet_reader& reader, const option_rule& rule, option_view& option) {
-  option = {};
-  option.offset = reader.pos;
   const uint32_t left = reader.ok ? reader_left(reader) : 0;
   const uint32_t head = static_cast<uint32_t>(rule.code_octets) + rule.length_octets;
-  if (left == 0) return OPTION_END;
-  if (left < head) return OPTION_SHORT;
+  if (left < head) {
+    option = {};
+    option.offset = reader.pos;
+    return left == 0 ? OPTION_END : OPTION_SHORT;
+  }
   const uint8_t* p = reader.data + reader.pos;
-  option.code = rule.code_octets == 1 ? p[0] : line_id_get_u16(p);
+  const uint16_t code = rule.code_octets == 1 ? p[0] : line_id_get_u16(p);
   p += rule.code_octets;
-  option.length = rule.length_octets == 1 ? p[0] : line_id_get_u16(p);
-  option.value = p + rule.length_octets;
-  option.whole_len = head + option.length;
+  const uint16_t length = rule.length_octets == 1 ? p[0] : line_id_get_u16(p);
+  option = {reader.pos, head + length, code, length, p + rule.length_octets};
   if (option.whole_len > left) return OPTION_OVERRUN;
   reader.pos += option.whole_len;
   return OPTION_FOUND;
