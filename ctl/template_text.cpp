@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::string_view DELIMITERS = " ./:;[]{}<>()-_";
 constexpr size_t LETTER_LIMIT = LINE_ID_TEXT_SIZE - 1;
+constexpr size_t GIVEN_LIMIT = size_t{2} * LINE_ID_FORMAT_LEN; // each octet may be a space, given as two
 
 // Letters that the agent fills itself, and how long their values get. All others come from a pin or a host's hook.
 struct letter_row {
@@ -94,8 +95,8 @@ bool ends_in_lone_percent(const std::string& stored) {
 
 std::optional<template_fault> template_check(const std::string& given) {
   if (const size_t nul = given.find('\0'); nul != std::string::npos) return template_fault{nul, "an octet of value 0"};
-  if (given.size() > 2 * LINE_ID_FORMAT_LEN) {
-    return template_fault{2 * LINE_ID_FORMAT_LEN, "too long: at most 256 octets are stored"};
+  if (given.size() > GIVEN_LIMIT) {
+    return template_fault{GIVEN_LIMIT, "too long: at most 256 octets are stored"};
   }
   const std::string stored = to_stored(given);
   if (auto fault = reference_fault(given, stored)) return fault;
