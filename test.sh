@@ -111,8 +111,9 @@ case $mode in
     ;;
   all)
     in_bash static 120 static_checks
-    in_bash release 600 'run_tests release'
-    in_bash asan 720 'run_tests asan'
+    in_bash release 600 'run_tests release -LE lab'
+    in_bash lab 420 'run_tests release -L lab --verbose'
+    in_bash asan 720 'run_tests asan -LE lab'
     in_bash tsan 480 'run_tests tsan -L threads'
     in_bash tidy 1200 tidy
     in_bash clang 300 'run_tests clang -L quick'

@@ -4,7 +4,9 @@ set -euo pipefail
 
 build=(g++ cmake ninja-build libpcap-dev libcli11-dev libtomlplusplus-dev nlohmann-json3-dev)
 test=("${build[@]}" libgtest-dev googletest ccache tshark python3 clang clang-format clang-tidy libclang-rt-14-dev
-      valgrind binutils iproute2 gcovr)
+      valgrind binutils iproute2 gcovr
+      kea-dhcp4-server kea-dhcp6-server dnsmasq-base pppoe isc-dhcp-client dhcpcd-base busybox tcpdump ethtool
+      iputils-ping nftables)
 soak=("${test[@]}" python3-matplotlib)
 
 case "${1:-}" in
@@ -26,6 +28,23 @@ if [ "$(id -u)" -ne 0 ]; then
   as_root=(sudo)
 fi
 echo "installing: ${missing[*]}"
+
+# The tests start servers themselves, in networks of their own: no daemon may start when its package is installed, nor
+# at the next boot.
+daemons=()
+for package in "${missing[@]}"; do
+  [[ $package == kea-*-server ]] && daemons+=("$package")
+done
+policy=/usr/sbin/policy-rc.d
+if [ ${#daemons[@]} -ne 0 ] && [ ! -e "$policy" ]; then
+  printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" tee "$policy" >/dev/null
+  "${as_root[@]}" chmod 755 "$policy"
+  trap '"${as_root[@]}" rm -f "$policy"' EXIT
+fi
+
 "${as_root[@]}" apt-get -o DPkg::Lock::Timeout=180 update -qq
 "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
   apt-get -o DPkg::Lock::Timeout=180 install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+if [ ${#daemons[@]} -ne 0 ] && command -v systemctl >/dev/null; then
+  "${as_root[@]}" systemctl --quiet disable "${daemons[@]}"
+fi

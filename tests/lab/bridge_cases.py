@@ -12,7 +12,7 @@ from agent import Agent
 from topology import STATIONS, Access, LabFailure, expect, expect_equal, wait_for
 
 PTRACE_DETACH, PTRACE_SEIZE, PTRACE_INTERRUPT = 17, 0x4206, 0x4207
-FUTEX = "202"  # the system call that an idle worker waits in
+FUTEX = "202"  # the number of the system call
 WALL = 0x40000000
 SUBSCRIBER4, SUBSCRIBER6 = "198.51.100.50", "2001:db8:1::50"
 
@@ -83,9 +83,13 @@ def traffic(lab):
 
 
 def worker_of(process):
-    """The agent's worker: the thread of the host that waits for messages."""
-    for task in pathlib.Path(f"/proc/{process.popen.pid}/task").iterdir():
-        if (task / "syscall").read_text().split()[0] == FUTEX:
+    """The agent's worker: the thread of the host that waits on the message queue, which is shared memory."""
+    folder = pathlib.Path(f"/proc/{process.popen.pid}")
+    areas = [[int(end, 16) for end in line.split()[0].split("-")]
+             for line in (folder / "maps").read_text().splitlines() if ".q." in line]
+    for task in (folder / "task").iterdir():
+        call, *arguments = (task / "syscall").read_text().split()
+        if call == FUTEX and any(start <= int(arguments[0], 16) < end for start, end in areas):
             return int(task.name)
     return None
 

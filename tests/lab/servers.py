@@ -14,7 +14,6 @@ PREFIX_ONE, PREFIX_TWO = "2001:db8:1100::", "2001:db8:2200::"
 
 
 class Server:
-    """One that may be ended and started again, and then remembers its leases."""
     started_with = ""  # what it prints when it serves
 
     def __init__(self, access, name, environment=None):
@@ -33,10 +32,6 @@ class Server:
         if not self.process.running():
             raise LabFailure(f"{self.name} has ended:\n{self.process.output()}")
         return self.started_with in self.process.output()
-
-    def stop(self):
-        self.process.stop()
-        self.process.log.rename(self.process.log.with_suffix(".before.log"))
 
 
 class Kea(Server):
