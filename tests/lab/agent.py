@@ -6,7 +6,7 @@ from typing import NamedTuple
 
 from topology import PREFIX, expect, wait_for
 
-BUILD = pathlib.Path(os.environ.get("LINE_ID_BUILD", pathlib.Path(__file__).parents[2] / "build/release"))
+BUILD = pathlib.Path(os.environ["LINE_ID_BUILD"])  # set by the runner
 
 HEAD = """
 [device]

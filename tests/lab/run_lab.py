@@ -39,7 +39,16 @@ def obstacle(build):
     return f"{build} has no {' and no '.join(absent)}" if absent else ""
 
 
-def run_case(name, function, folder):
+def end_on_sigterm():
+    """By an exception, so that what is set up is taken down; a second signal must not disturb that."""
+    def end(*_):
+        signal.signal(signal.SIGTERM, signal.SIG_IGN)
+        sys.exit(1)
+
+    signal.signal(signal.SIGTERM, end)
+
+
+def run_case(function, folder):
     """In a process of its own: its exit code."""
     import oracle
     import topology
@@ -78,11 +87,11 @@ class Run:
         sys.stdout.flush()
         pid = os.fork()
         if pid == 0:
-            signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+            end_on_sigterm()
             signal.signal(signal.SIGINT, signal.SIG_IGN)  # the runner's matter
             code = 1
             try:
-                code = run_case(name, function, self.folder / name)
+                code = run_case(function, self.folder / name)
             finally:
                 os._exit(code)
         self.under_way[pid] = (name, time.monotonic())
@@ -149,7 +158,7 @@ def main():
 
     import topology
     topology.sweep()
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+    end_on_sigterm()
     run = Run(build / "lab")
     try:
         for name, function in taken.items():
