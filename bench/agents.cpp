@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -66,4 +67,38 @@ void measure(report& into, const protocol& each) {
 
 void measure_agents(report& into) {
   for (const protocol& each : PROTOCOLS) measure(into, each);
+}
+
+// What one tag or one option more costs the DHCPv4 agent, against a copy of a frame and against the walk by hand.
+void measure_growth(report& into) {
+  desk_start(desk_mode::REWRITE_ONLY);
+  constexpr uint32_t MORE_TAGS = 4;
+  constexpr uint32_t MORE_OPTIONS = 55;
+  constexpr uint32_t COPY_LEN = 342;
+  bench_desk plain(bench_frame(LINE_ID_DHCPV4), LINE_ID_DHCPV4);
+  bench_desk tagged(bench_frame(LINE_ID_DHCPV4, MORE_TAGS), LINE_ID_DHCPV4);
+  bench_desk long_one(bench_frame(LINE_ID_DHCPV4, 0, MORE_OPTIONS), LINE_ID_DHCPV4);
+  const group_result found =
+      into.add_group("DHCPv4 growth", {{"copy of 342 octets",
+                                        [&](uint32_t times) {
+                                          uint8_t out[COPY_LEN];
+                                          for (uint32_t i = 0; i < times; ++i) {
+                                            std::memcpy(out, long_one.frame.data(), sizeof(out));
+                                            keep(out);
+                                          }
+                                        }},
+                                       {"agent", runner(plain)},
+                                       {"agent, 4 tags", runner(tagged)},
+                                       {"agent, 55 options more", runner(long_one)},
+                                       {"bare", runner(bare_dhcp4, plain.frame)},
+                                       {"bare, 55 options more", runner(bare_dhcp4, long_one.frame)}});
+  target tag = {"a tag more / copy", "DHCPv4", {}, 0.15, false, "x"};
+  target option = {"an option more / copy", "DHCPv4", {}, 0.15, false, "x"};
+  target walk = {"an option more / bare's", "DHCPv4", {}, 1.1, false, "x"};
+  for (const auto& run : found.runs) {
+    tag.values.push_back((run[2].ratio - run[1].ratio) / MORE_TAGS);
+    option.values.push_back((run[3].ratio - run[1].ratio) / MORE_OPTIONS);
+    walk.values.push_back((run[3].ratio - run[1].ratio) / (run[5].ratio - run[4].ratio));
+  }
+  for (const target& row : {tag, option, walk}) into.add(row);
 }

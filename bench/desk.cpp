@@ -12,16 +12,19 @@
 #include <cstdlib>
 #include <cstring>
 
-uint32_t g_sent_len;
-uint32_t g_sent_frames;
+std::atomic<uint32_t> g_sent_len;
+std::atomic<uint32_t> g_sent_frames;
+void (*g_after_send)();
 
 namespace {
 
 int set_drv_enable(uint8_t, uint8_t, uint8_t) { return 0; }
 
 int send_eth_frame(uint8_t, uint8_t, uint16_t, const uint8_t*, uint32_t len) {
-  g_sent_len = len;
-  ++g_sent_frames;
+  g_sent_len.store(len, std::memory_order_relaxed);
+  // The worker alone sends.
+  g_sent_frames.store(g_sent_frames.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+  if (g_after_send != nullptr) g_after_send();
   return 0;
 }
 
@@ -66,7 +69,7 @@ line_id_hal_func_table callbacks() {
 
 } // namespace
 
-void desk_start(desk_mode mode) {
+void desk_start(desk_mode mode, bool cross_process) {
   const bool whole = mode == desk_mode::WHOLE;
   line_id_fmt_list formats = {};
   std::strcpy(formats.circuit_id, BENCH_CIRCUIT_ID);
@@ -78,6 +81,7 @@ void desk_start(desk_mode mode) {
   table.circuitid_enable = table.remoteid_enable = 1;
   table.line_id_format_type = whole ? 1 : 0;
   table.dhcpv6_tag_dn_strip = 1;
+  table.cross_process_shared_mem = cross_process ? 1 : 0;
   table.fmt_list = &formats;
   const line_id_hal_func_table hal = callbacks();
   if (line_id_data_init(0, LINE_ID_MODE_OLT, &table, &hal) != LINE_ID_OK) give_up("line_id_data_init refused");

@@ -5,6 +5,7 @@
 #include "core/records.h"
 #include "tests/support/frames.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -20,13 +21,15 @@ enum class desk_mode {
 };
 
 // Bring instance 0 up; again: in another mode. Ends the process when the agent refuses.
-void desk_start(desk_mode mode);
+void desk_start(desk_mode mode, bool cross_process = false);
 
 line_id_append_info bench_line();
 
 // What the send callback saw last; kept apart so that nothing can be optimised away.
-extern uint32_t g_sent_len;
-extern uint32_t g_sent_frames;
+extern std::atomic<uint32_t> g_sent_len;
+extern std::atomic<uint32_t> g_sent_frames;
+// Called for each sent frame, or null.
+extern void (*g_after_send)();
 
 // A subscriber's frame with `tags` VLAN tags. DHCPv4: 330 octets with five options, which every further option makes
 // four octets longer; DHCPv6 and PPPoE: as clients send them.

@@ -1,8 +1,9 @@
-// The measurements: runs the groups side by side and prints each target with what was measured.
+// The measurements: runs the groups side by side and prints what was measured as JSON.
 #include "bench/targets.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
@@ -14,7 +15,8 @@ struct part {
   void (*measure)(report& into);
 };
 constexpr part PARTS[] = {
-    {"agents", measure_agents},
+    {"wake", measure_wake}, {"agents", measure_agents}, {"growth", measure_growth},
+    {"text", measure_text}, {"path", measure_path},     {"bindings", measure_bindings},
 };
 
 struct interval {
@@ -31,22 +33,6 @@ interval interval_of(std::vector<double> values) {
 bool is_met(const target& row) {
   const interval found = interval_of(row.values);
   return row.at_least ? found.lowest >= row.limit : found.highest <= row.limit;
-}
-
-void print_text(FILE* to, const report& all) {
-  std::fprintf(to, "%-24s %-22s %9s %19s  %-12s %s\n", "target", "of", "median", "lowest - highest", "limit", "");
-  for (const target& row : all.targets) {
-    const interval found = interval_of(row.values);
-    std::fprintf(to, "%-24s %-22s %8.3g%s %8.3g - %8.3g  %s %-8.3g %s\n", row.group.c_str(), row.name.c_str(),
-                 found.middle, row.unit.c_str(), found.lowest, found.highest, row.at_least ? ">=" : "<=", row.limit,
-                 is_met(row) ? "met" : "NOT MET");
-  }
-  std::fprintf(to, "\n%-24s %-22s %9s %19s\n", "time", "of", "ns", "lowest - highest");
-  for (const measured& row : all.times) {
-    const interval found = interval_of(row.nanoseconds);
-    std::fprintf(to, "%-24s %-22s %9.4g %8.4g - %8.4g\n", row.group.c_str(), row.name.c_str(), found.middle,
-                 found.lowest, found.highest);
-  }
 }
 
 void print_json(FILE* to, const report& all) {
@@ -75,7 +61,7 @@ void print_json(FILE* to, const report& all) {
 }
 
 int usage() {
-  std::fputs("usage: bench_targets [--json] [--smoke] [PART...]\nparts:", stderr);
+  std::fputs("usage: bench_targets [--smoke] [PART...]\nparts:", stderr);
   for (const part& each : PARTS) std::fprintf(stderr, " %s", each.name);
   std::fputs("\n", stderr);
   return 2;
@@ -85,14 +71,11 @@ int usage() {
 
 int main(int argc, char** argv) {
   report all;
-  bool json = false;
   std::vector<const part*> wanted;
   for (int i = 1; i < argc; ++i) {
     const auto* named = std::find_if(std::begin(PARTS), std::end(PARTS),
                                      [&](const part& each) { return std::strcmp(each.name, argv[i]) == 0; });
-    if (std::strcmp(argv[i], "--json") == 0) {
-      json = true;
-    } else if (std::strcmp(argv[i], "--smoke") == 0) {
+    if (std::strcmp(argv[i], "--smoke") == 0) {
       all.smoke = true;
     } else if (named != std::end(PARTS)) {
       wanted.push_back(named);
@@ -102,17 +85,14 @@ int main(int argc, char** argv) {
   }
   if (all.smoke) all.plan = {1, 3, 5};
 
+  setenv("LINE_ID_IPC_PREFIX", ("lineid.bench." + std::to_string(getpid())).c_str(), 1);
   // The agent reports its start on standard output, which belongs to the table.
   FILE* out = fdopen(dup(STDOUT_FILENO), "w");
   if (out == nullptr || std::freopen("/dev/null", "w", stdout) == nullptr) return 1;
   for (const part& each : PARTS) {
     if (wanted.empty() || std::find(wanted.begin(), wanted.end(), &each) != wanted.end()) each.measure(all);
   }
-  if (json) {
-    print_json(out, all);
-  } else {
-    print_text(out, all);
-  }
+  print_json(out, all);
   std::fclose(out);
   return 0;
 }

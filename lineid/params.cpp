@@ -376,8 +376,18 @@ void line_id_param_write_mac(int32_t letter, const uint8_t* mac, int32_t flag) {
 
 line_id_short_text line_id_decimal_text(int32_t value) {
   line_id_short_text text = {};
-  const auto end = std::to_chars(text.octets, text.octets + sizeof(text.octets) - 1, value);
-  text.len = static_cast<uint32_t>(end.ptr - text.octets);
+  const auto small = static_cast<uint32_t>(value);
+  if (small < 10) {
+    text.octets[0] = static_cast<char>('0' + small);
+    text.len = 1;
+  } else if (small < 100) {
+    text.octets[0] = static_cast<char>('0' + small / 10);
+    text.octets[1] = static_cast<char>('0' + small % 10);
+    text.len = 2;
+  } else {
+    const auto end = std::to_chars(text.octets, text.octets + sizeof(text.octets) - 1, value);
+    text.len = static_cast<uint32_t>(end.ptr - text.octets);
+  }
   return text;
 }
 

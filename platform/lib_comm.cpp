@@ -37,20 +37,22 @@ struct lib_comm_state {
   std::atomic<uint32_t> references;
   std::atomic<bool> started;
   lib_comm_log log;
-  std::mutex lock; // guards what follows
+  std::mutex lock; // guards what follows; only `count` is read without it
   uint32_t first;
-  uint32_t count;
+  std::atomic<uint32_t> count;
   lib_comm_event events[MAX_EVENTS];
 };
 
 namespace {
 
 bool next_event(lib_comm_state& state, lib_comm_event& event) {
+  // Most looks find nothing. An event that is being added meanwhile is found by the next one.
+  if (state.count.load(std::memory_order_acquire) == 0) return false;
   const std::lock_guard<std::mutex> guard(state.lock);
-  if (state.count == 0) return false;
+  if (state.count.load(std::memory_order_relaxed) == 0) return false;
   event = state.events[state.first];
   state.first = (state.first + 1) % MAX_EVENTS;
-  --state.count;
+  state.count.store(state.count.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
   return true;
 }
 
@@ -119,9 +121,10 @@ int32_t lib_comm_thread_add_event(lib_comm_lib* lib, int32_t (*function)(lib_com
   if (lib == nullptr || function == nullptr) return LINE_ID_ERR;
   lib_comm_state& state = *lib->state;
   const std::lock_guard<std::mutex> guard(state.lock);
-  if (state.count == MAX_EVENTS) return LINE_ID_ERR;
-  state.events[(state.first + state.count) % MAX_EVENTS] = {function, argument};
-  ++state.count;
+  const uint32_t count = state.count.load(std::memory_order_relaxed);
+  if (count == MAX_EVENTS) return LINE_ID_ERR;
+  state.events[(state.first + count) % MAX_EVENTS] = {function, argument};
+  state.count.store(count + 1, std::memory_order_release);
   return LINE_ID_OK;
 }
 
