@@ -32,7 +32,7 @@ cmake --preset release >/dev/null
 cmake --build build/release --target bench_targets bench_instructions >&2
 
 build/release/bench/bench_targets "${parts[@]}" >build/bench/bench.json
-python3 bench/chart.py build/bench/bench.json build/bench/bench >&2
+/usr/bin/python3 bench/chart.py build/bench/bench.json build/bench/bench >&2
 if [ "$json" = yes ]; then
   cat build/bench/bench.json
 else

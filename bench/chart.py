@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Draws each target's figure as a part of its limit, with the interval of its runs.  usage: chart.py FIGURES.json STEM
 
 Writes STEM.png and STEM.svg."""
@@ -30,11 +30,12 @@ def main():
         ends = sorted(part_of_limit(row, row[end]) for end in ("lowest", "highest"))
         axes.barh(at, max(middle, 0.01), color="#3a7d44" if row["met"] else "#b5483a",
                   xerr=[[max(middle - ends[0], 0)], [max(ends[1] - middle, 0)]], error_kw={"linewidth": 0.8})
-        axes.text(max(middle, 0.01), at, f"  {row['median']:.3g}{row['unit']}", va="center", fontsize=7)
+        axes.text(max(ends[1], 0.01), at, f"  {row['median']:.3g}{row['unit']}", va="center", fontsize=7)
     axes.axvline(1, color="black", linewidth=1)
     axes.set_yticks(range(len(rows)), [f"{row['group']}: {row['name']}" for row in rows], fontsize=7)
     axes.set_xlabel("part of the limit (left of the line: met)")
     axes.set_xlim(left=0)
+    axes.set_ylim(-0.6, len(rows) - 0.4)
     axes.invert_yaxis()
     figure.tight_layout()
     for kind in ("png", "svg"):

@@ -99,15 +99,6 @@ const known_template& parts_of(std::string_view fmt) {
   return oldest;
 }
 
-// Copy `len` octets, of which COPY_LEN can be read; what is written behind them, if anything, lies within `room`.
-void copy_piece(char* out, const char* from, uint32_t len, uint32_t room) {
-  if (len <= COPY_LEN && room >= COPY_LEN) {
-    std::memcpy(out, from, COPY_LEN);
-  } else {
-    std::memcpy(out, from, len);
-  }
-}
-
 void trace_letter(int32_t set, const template_part& part, std::string_view text, const char* out, uint32_t used) {
   const int len = static_cast<int>(text.size());
   LINE_ID_INFO(LOG_GENERAL, "g_lineid_params[%d][%d]:%.*s.\r\n", set, part.kind, len, text.data());
@@ -151,22 +142,23 @@ int32_t line_id_expand_template(int32_t set, std::string_view fmt, char* out) {
   const bool traced = line_id_log_enabled(LOG_GENERAL, 2);
   uint32_t used = 0;
   for (const template_part *part = known.parts, *end = part + known.part_count; part != end; ++part) {
-    const uint32_t room = LINE_ID_EXPANSION_LEN - used;
-    if (part->kind >= PART_OCTETS) {
-      uint32_t len = part->len;
-      if (len > room && part->kind == PART_PAIR) break;
-      len = std::min(len, room);
-      copy_piece(out + used, known.text + part->at, len, room);
-      used += len;
-      continue;
+    const bool is_letter = part->kind < PART_OCTETS;
+    const char* piece = known.text + part->at;
+    uint32_t len = part->len;
+    if (is_letter) {
+      const std::string_view text = line_id_param_view(set, part->kind);
+      piece = text.empty() ? NO_TEXT : text.data();
+      len = text.empty() ? 1 : static_cast<uint32_t>(text.size());
     }
-    std::string_view text = line_id_param_view(set, part->kind);
-    if (text.empty()) text = {NO_TEXT, 1};
-    const auto len = static_cast<uint32_t>(text.size());
-    if (len > room) break; // a value is written whole or not at all
-    copy_piece(out + used, text.data(), len, room);
+    if (len <= COPY_LEN && used <= LINE_ID_EXPANSION_LEN - COPY_LEN) {
+      std::memcpy(out + used, piece, COPY_LEN);
+    } else {
+      if (part->kind == PART_OCTETS) len = std::min(len, LINE_ID_EXPANSION_LEN - used);
+      if (len > LINE_ID_EXPANSION_LEN - used) break; // a value or a pair is written whole or not at all
+      std::memcpy(out + used, piece, len);
+    }
     used += len;
-    if (traced) trace_letter(set, *part, text, out, used);
+    if (traced && is_letter) trace_letter(set, *part, {piece, len}, out, used);
   }
   // What a block has written too far goes away again: the caller's buffer was zeroed.
   if (LINE_ID_EXPANSION_LEN - used >= COPY_LEN) {

@@ -90,6 +90,20 @@ template <class Write> void write_provided(int32_t slot, int32_t flag, Write wri
   for (int32_t set = 0; set < LINE_ID_ALL_SETS; ++set) write_one(set);
 }
 
+// In decimal, without terminator, at most 11 octets: how many. Most numbers of a line have one or two digits.
+uint32_t write_decimal(char* to, int32_t value) {
+  if (value >= 0 && value < 10) {
+    to[0] = static_cast<char>('0' + value);
+    return 1;
+  }
+  if (value >= 10 && value < 100) {
+    to[0] = static_cast<char>('0' + value / 10);
+    to[1] = static_cast<char>('0' + value % 10);
+    return 2;
+  }
+  return static_cast<uint32_t>(std::to_chars(to, to + LINE_ID_SHORT_TEXT_SIZE - 1, value).ptr - to);
+}
+
 // Twelve hexadecimal digits.
 line_id_short_text mac_digits(uint64_t mac) {
   constexpr char DIGITS[] = "0123456789abcdef";
@@ -220,16 +234,22 @@ int32_t line_id_param_allocated(int32_t set, int32_t letter) {
 }
 
 std::string_view line_id_param_text_of_number(int32_t set, int32_t slot) {
-  const bool is_mac = g_params_len[set][slot] == PARAM_MAC;
+  const uint8_t kind = g_params_len[set][slot];
   const int64_t number = g_params_number[set][slot];
   g_params_len[set][slot] = 0;
   char* buffer = buffer_of(set, slot);
   if (buffer == nullptr) return {};
-  const line_id_short_text text =
-      is_mac ? mac_digits(static_cast<uint64_t>(number)) : line_id_decimal_text(static_cast<int32_t>(number));
-  std::memcpy(buffer, text.octets, sizeof(text.octets));
-  g_params_len[set][slot] = static_cast<uint8_t>(text.len);
-  return {buffer, text.len};
+  std::memset(buffer, 0, LINE_ID_SHORT_TEXT_SIZE);
+  uint32_t len;
+  if (kind == PARAM_MAC) {
+    const line_id_short_text text = mac_digits(static_cast<uint64_t>(number));
+    std::memcpy(buffer, text.octets, sizeof(text.octets));
+    len = text.len;
+  } else {
+    len = write_decimal(buffer, static_cast<int32_t>(number));
+  }
+  g_params_len[set][slot] = static_cast<uint8_t>(len);
+  return {buffer, len};
 }
 
 const char* line_id_get_param_text(int32_t set, int32_t letter) {
@@ -376,18 +396,7 @@ void line_id_param_write_mac(int32_t letter, const uint8_t* mac, int32_t flag) {
 
 line_id_short_text line_id_decimal_text(int32_t value) {
   line_id_short_text text = {};
-  const auto small = static_cast<uint32_t>(value);
-  if (small < 10) {
-    text.octets[0] = static_cast<char>('0' + small);
-    text.len = 1;
-  } else if (small < 100) {
-    text.octets[0] = static_cast<char>('0' + small / 10);
-    text.octets[1] = static_cast<char>('0' + small % 10);
-    text.len = 2;
-  } else {
-    const auto end = std::to_chars(text.octets, text.octets + sizeof(text.octets) - 1, value);
-    text.len = static_cast<uint32_t>(end.ptr - text.octets);
-  }
+  text.len = write_decimal(text.octets, value);
   return text;
 }
 
