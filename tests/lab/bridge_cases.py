@@ -79,7 +79,8 @@ def traffic(lab):
     exchanges.check(5)
     report = agent.stop()
     expect("dropped:" not in report.split("agent's own report")[0], f"the live host dropped frames:\n{report}")
-    expect(oracle.frames(access.capture, "tcp && frame.len > 3000", "frame.number"), "no segment was left to the device")
+    segmented = oracle.frames(access.capture, "tcp && frame.len > 3000", "frame.number")
+    expect(segmented, "no segmentation was left to the device")
 
 
 def worker_of(process):

@@ -53,8 +53,7 @@ class Client:
         return tuple(next((row[i].split("/")[0] for row in reversed(rows) if row[i]), "") for i in range(3))
 
     def wait_bound(self, seconds=25):
-        wait_for(lambda: self.events(BOUND), f"{self.name} on {self.host.role} to be given a lease; "
-                                             f"{self.host.addresses('s0')}", seconds)
+        wait_for(lambda: self.events(BOUND), f"{self.name} on {self.host.role} to be given a lease", seconds)
         return self.leased()
 
     def wait_renewed(self, times, seconds=25):
@@ -121,7 +120,8 @@ CLIENTS6 = (Dhclient, Dhcpcd)
 def udhcpc_once(host, tries=5):
     """One whole exchange: the address that was given, or None."""
     hook = host.lab.file(f"{host.role}-once.hook", "#!/bin/sh\n[ \"$1\" != bound ] || echo \"given $ip\"\n", 0o755)
-    printed = host.run("busybox", "udhcpc", "-f", "-q", "-n", "-t", tries, "-T", "2", "-i", "s0", "-s", hook, check=False)
+    printed = host.run("busybox", "udhcpc", "-f", "-q", "-n", "-t", tries, "-T", "2", "-i", "s0", "-s", hook,
+                       check=False)
     found = re.search(r"^given (\S+)$", printed, re.M)
     return found.group(1) if found else None
 

@@ -16,8 +16,8 @@ FIELDS = ("dhcp.option.agent_information_option.agent_circuit_id",
 
 def sent(access, host, condition):
     """The client's messages as they reached the server."""
-    return oracle.frames(access.capture, f"dhcp.type == 1 && !icmp && dhcp.hw.mac_addr == {host.mac('s0')} && {condition}",
-                         *FIELDS)
+    mine = f"dhcp.type == 1 && !icmp && dhcp.hw.mac_addr == {host.mac('s0')}"
+    return oracle.frames(access.capture, f"{mine} && {condition}", *FIELDS)
 
 
 def check_frames(access, host, line):
@@ -34,7 +34,8 @@ def check_frames(access, host, line):
 
 def check_record(server, address, line):
     if isinstance(server, servers.Kea):
-        expect_equal(server.record(address).get("relay-agent-info"), "0x" + line.option82.upper(), "the lease's Option 82")
+        found = server.record(address).get("relay-agent-info")
+        expect_equal(found, "0x" + line.option82.upper(), "the lease's Option 82")
     else:
         expect(address in server.leases(), f"{address} is not among the leases")
 

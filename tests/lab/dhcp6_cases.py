@@ -28,9 +28,8 @@ def check_relayed(access, host):
 
 
 def check_lease(server, address, host, line):
-    expect_equal(server.record(address).get("relays"),
-                 [{"hop": 0, "link": "::", "options": "0x" + line.relay_options.upper(), "peer": host.link_local("s0")}],
-                 f"the relay's record of {address}")
+    relay = {"hop": 0, "link": "::", "options": "0x" + line.relay_options.upper(), "peer": host.link_local("s0")}
+    expect_equal(server.record(address).get("relays"), [relay], f"the relay's record of {address}")
 
 
 def life_of_a_lease(make_client, lab):

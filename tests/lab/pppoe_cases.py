@@ -38,8 +38,8 @@ def session(lab):
         rows = oracle.frames(access.capture, f"pppoed && eth.src == {host.mac('s0')} && pppoe.code != {PADT}",
                              "pppoe.code", *TAG)
         expect_equal(rows, [(code, *tag_of(line)) for code in codes], f"frames of {host.role} at the server")
-    downstream = oracle.frames(access.capture, f"pppoed && eth.src == {access.server.mac('v0')} && pppoe.code != {PADT}",
-                               "pppoe.code", *TAG)
+    answers = f"pppoed && eth.src == {access.server.mac('v0')} && pppoe.code != {PADT}"
+    downstream = oracle.frames(access.capture, answers, "pppoe.code", *TAG)
     expect_equal(downstream, [(code, "", "", "") for code in (PADO, PADO, PADO, PADS)], "answers of the server")
 
 

@@ -46,7 +46,8 @@ def under_way(lab):
             before = len(identities(access, first))
             for _ in range(2):
                 expect(clients.udhcpc_once(first), f"no lease after {setting}")
-            expect_equal(set(identities(access, first)[before:]), {(circuit_id, remote_id)}, f"identity after {setting}")
+            found = set(identities(access, first)[before:])
+            expect_equal(found, {(circuit_id, remote_id)}, f"identity after {setting}")
     exchanges.check(len(STEPS))
     agent.stop()
     for number, host in enumerate(others, 2):

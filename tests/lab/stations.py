@@ -37,7 +37,8 @@ def onu_padi(interface):
     link = packet_socket(interface, PPPOE_DISCOVERY)
     link.settimeout(3)
     tags = struct.pack("!HHHHI", SERVICE_NAME, 0, VENDOR_SPECIFIC, 9, 3561) + b"\x01\x03onu"
-    link.send(b"\xff" * 6 + link.getsockname()[4] + struct.pack("!HBBHH", PPPOE_DISCOVERY, 0x11, PADI, 0, len(tags)) + tags)
+    header = b"\xff" * 6 + link.getsockname()[4] + struct.pack("!HBBHH", PPPOE_DISCOVERY, 0x11, PADI, 0, len(tags))
+    link.send(header + tags)
     try:
         while link.recv(2048)[15] != PADO:
             pass
@@ -89,4 +90,5 @@ def dhcp_flood(interface, count):
 
 
 if __name__ == "__main__":
-    {each.__name__: each for each in (pppoe_echo, onu_padi, tcp_echo, tcp_transfer, dhcp_flood)}[sys.argv[1]](*sys.argv[2:])
+    STATIONS = {each.__name__: each for each in (pppoe_echo, onu_padi, tcp_echo, tcp_transfer, dhcp_flood)}
+    STATIONS[sys.argv[1]](*sys.argv[2:])
