@@ -85,6 +85,21 @@ TEST_F(format_test, expansion_stops_at_248_octets) {
   EXPECT_EQ(line_id_expand_template(0, lit(300), exact), 248);
 }
 
+TEST_F(format_test, a_template_that_changes_in_place_expands_anew) {
+  const struct {
+    const char* fmt; // all of one length
+    const char* text;
+  } rows[] = {{"a-b-c", "a-b-c"}, {"%b-%b", "text-text"}, {"a-%b-", "a-text-"}, {"%%b-c", "%%b-c"}};
+  line_id_write_param(7, 'b', "text", 1);
+  char out[256] = {};
+  std::string fmt(5, ' ');
+  for (const auto& row : rows) {
+    fmt.assign(row.fmt);
+    ASSERT_EQ(line_id_expand_template(7, fmt, out), static_cast<int32_t>(std::strlen(row.text)));
+    EXPECT_STREQ(out, row.text); // nothing is left behind it
+  }
+}
+
 TEST_F(format_test, expansion_refuses_null_and_bad_sets) {
   char out[256] = {};
   EXPECT_EQ(line_id_print_format(0, nullptr, out), -9);
