@@ -104,8 +104,7 @@ struct device_texts {
 device_texts save_device_texts(int32_t set) {
   device_texts saved = {};
   for (uint32_t i = 0; i < sizeof(LINE_ID_DEVICE_LETTERS) - 1; ++i) {
-    if (line_id_param_allocated(set, LINE_ID_DEVICE_LETTERS[i]) == 0) continue;
-    std::memcpy(saved.text[i], line_id_get_param_text(set, LINE_ID_DEVICE_LETTERS[i]), LINE_ID_TEXT_SIZE);
+    line_id_param_view(set, line_id_param_slot(LINE_ID_DEVICE_LETTERS[i])).copy(saved.text[i], LINE_ID_PARAM_LEN);
   }
   return saved;
 }
