@@ -382,8 +382,8 @@ LINE_ID_API int32_t line_id_proc_entry(const uint32_t* key);
 LINE_ID_API int32_t line_id_stop(void);
 
 /*
- * Client processes: attach to the agent's semaphores, areas and queue. In the process that already holds them it
- * changes nothing. Result: 0, -18 semaphores, -19 areas, -20 queue.
+ * Client processes: attach to the agent's semaphores, areas and queue, `key` as at line_id_proc_entry. In the process
+ * that already holds them it changes nothing. Result: 0, -18 semaphores, -19 areas, -20 queue.
  */
 LINE_ID_API int32_t line_id_init_share_resource(const uint32_t* key);
 

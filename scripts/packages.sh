@@ -6,7 +6,7 @@ build=(g++ cmake ninja-build libpcap-dev libcli11-dev libtomlplusplus-dev nlohma
 test=("${build[@]}" libgtest-dev googletest ccache tshark python3 clang clang-format clang-tidy libclang-rt-14-dev
       libtins-dev libboost-dev valgrind binutils iproute2 gcovr
       kea-dhcp4-server kea-dhcp6-server dnsmasq-base pppoe isc-dhcp-client dhcpcd-base busybox tcpdump ethtool
-      iputils-ping nftables)
+      iputils-ping nftables pkg-config)
 soak=("${test[@]}" python3-matplotlib)
 bench=("${build[@]}" libgtest-dev libtins-dev libboost-dev valgrind python3 python3-matplotlib)
 
