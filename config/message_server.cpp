@@ -1,6 +1,8 @@
 // The handlers of the configuration commands: bodies from the rows of config/settings.def, and those like no other.
 #include "config/message_server.h"
 
+#include <atomic>
+#include <cstddef>
 #include <cstring>
 
 #include "config/channel.h"
@@ -13,6 +15,7 @@
 
 namespace {
 
+constexpr int16_t NO_CODE = -1;
 constexpr int32_t ANI_TAIL_LEN = 4; // rack and frame, behind the text
 
 // The helpers below log in the name of the handler that calls them.
@@ -44,6 +47,18 @@ int32_t check_reply(const char* function, const uint8_t* reply, const uint32_t* 
   if (reply != nullptr && len != nullptr) return LINE_ID_OK;
   line_id_log_error(function, __LINE__, "%s is NULL, failed(%d).\r\n", complaint, LINE_ID_ERR_NULL);
   return LINE_ID_ERR_NULL;
+}
+
+// After a time-out a client judges the area as it stands. An agent that died over it must not leave half an answer
+// there that looks whole: the code is taken away first and comes last.
+void write_answer(line_id_cmd_area* area, const line_id_cmd_area& answer) {
+  constexpr size_t BEHIND_CODE = offsetof(line_id_cmd_area, length);
+  area->code = NO_CODE;
+  std::atomic_signal_fence(std::memory_order_seq_cst);
+  std::memcpy(reinterpret_cast<uint8_t*>(area) + BEHIND_CODE, reinterpret_cast<const uint8_t*>(&answer) + BEHIND_CODE,
+              sizeof(answer) - BEHIND_CODE);
+  std::atomic_signal_fence(std::memory_order_seq_cst);
+  area->code = answer.code;
 }
 
 constexpr const char* NO_REPLY = "ptr_mtext OR len";
@@ -343,7 +358,7 @@ int32_t line_id_get_cfg_msg_proc(uint8_t oltid, uint16_t code) {
   uint32_t len = answer.length;
   if (handler != nullptr) handler(oltid, answer.payload, &len);
   answer.length = len;
-  std::memcpy(area, &answer, sizeof(answer));
+  write_answer(area, answer);
   line_id_get_mem_sync_give();
   return LINE_ID_OK;
 }
