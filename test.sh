@@ -5,10 +5,12 @@ cd "$(dirname "$0")"
 
 usage() {
   cat <<TXT
-usage: ./test.sh [--quick | --long]
+usage: ./test.sh [--quick | --all-targets | --long]
   (none)   static checks, then the tests with g++, under AddressSanitizer and UndefinedBehaviorSanitizer, under
            ThreadSanitizer where there are threads, and with clang
   --quick  the unit tests of the release build
+  --all-targets
+           all of that, then the tests for 32-bit x86, and under emulation for 32-bit ARM
   --long   the unit tests under valgrind, and a thousand kills of agents and clients at random
 Each stage has a time budget and fails when it is used up.
 TXT
@@ -18,6 +20,7 @@ mode=all
 case "${1:-}" in
   "") ;;
   --quick) mode=quick ;;
+  --all-targets) mode=all-targets ;;
   --long) mode=long ;;
   -h | --help) usage; exit 0 ;;
   *) usage >&2; exit 2 ;;
@@ -95,7 +98,9 @@ memory_check() {
 export -f memory_check build run_tests static_checks tidy
 in_bash() { stage "$1" "$2" bash -euo pipefail -c "$3"; }
 
-scripts/packages.sh test
+purpose=test
+[ "$mode" = all-targets ] && purpose=targets
+scripts/packages.sh $purpose
 mkdir -p "$log"
 export ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 TSAN_OPTIONS=halt_on_error=1
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
@@ -109,7 +114,7 @@ case $mode in
     in_bash valgrind 3000 memory_check
     in_bash kills 1800 'LINE_ID_TICK_US=500 LINE_ID_TEST_KILLS=1000 build/release/tests/process_test --gtest_filter=kills.agents_and_clients_at_random'
     ;;
-  all)
+  all | all-targets)
     in_bash static 120 static_checks
     in_bash release 600 'run_tests release -LE lab'
     in_bash lab 420 'run_tests release -L lab --verbose'
@@ -117,6 +122,10 @@ case $mode in
     in_bash tsan 480 'TARGET=threaded run_tests tsan -L threads'
     in_bash tidy 1200 tidy
     in_bash clang 300 'run_tests clang -L quick'
+    ;;&
+  all-targets)
+    in_bash x86-32 900 'run_tests x86-32'
+    in_bash arm-32 900 'run_tests arm-32 -L "quick|oracle"'
     ;;
 esac
 summary

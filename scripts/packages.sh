@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that a purpose needs, unless they are there: scripts/packages.sh build|test|bench|soak
+# Installs the Debian packages that a purpose needs, unless they are there: scripts/packages.sh build|test|targets|bench|soak
 set -euo pipefail
 
 build=(g++ cmake ninja-build libpcap-dev libcli11-dev libtomlplusplus-dev nlohmann-json3-dev)
@@ -7,15 +7,17 @@ test=("${build[@]}" libgtest-dev googletest ccache tshark python3 clang clang-fo
       libtins-dev libboost-dev valgrind binutils iproute2 gcovr
       kea-dhcp4-server kea-dhcp6-server dnsmasq-base pppoe isc-dhcp-client dhcpcd-base busybox tcpdump ethtool
       iputils-ping nftables pkg-config)
+targets=("${test[@]}" g++-12-multilib g++-arm-linux-gnueabihf qemu-user) # g++-multilib excludes cross compilers
 soak=("${test[@]}" python3-matplotlib)
 bench=("${build[@]}" libgtest-dev libtins-dev libboost-dev valgrind python3 python3-matplotlib)
 
 case "${1:-}" in
   build) wanted=("${build[@]}") ;;
   test) wanted=("${test[@]}") ;;
+  targets) wanted=("${targets[@]}") ;;
   bench) wanted=("${bench[@]}") ;;
   soak) wanted=("${soak[@]}") ;;
-  *) echo "usage: scripts/packages.sh build|test|bench|soak" >&2; exit 2 ;;
+  *) echo "usage: scripts/packages.sh build|test|targets|bench|soak" >&2; exit 2 ;;
 esac
 
 missing=()

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Has tshark decode what the agent rebuilt, and compares it with what was meant: check_golden.py GOLDEN_FRAMES"""
+"""Has tshark decode what the agent rebuilt, and compares it with what was meant: check_golden.py [EMULATOR...] GOLDEN_FRAMES"""
 import pathlib
 import subprocess
 import sys
@@ -48,7 +48,7 @@ def faults_of(row, found):
 def main():
     with tempfile.TemporaryDirectory() as folder:
         capture, table = pathlib.Path(folder, "golden.pcap"), pathlib.Path(folder, "golden.tsv")
-        subprocess.run([sys.argv[1], capture, table], check=True, stdout=subprocess.DEVNULL)
+        subprocess.run([*sys.argv[1:], capture, table], check=True, stdout=subprocess.DEVNULL)
         rows = [line.split("\t") for line in table.read_text().splitlines()]
         command = ["tshark", "-r", capture, "-n", "-o", "ip.check_checksum:TRUE", "-o", "udp.check_checksum:TRUE",
                    "-T", "fields", "-E", "separator=|"]

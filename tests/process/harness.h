@@ -45,7 +45,7 @@ private:
   pid_t worker_ = 0;
   int socket_ = -1;
   int output_ = -1;
-  int64_t output_read_ = 0;
+  off_t output_read_ = 0;
   bool quiet_;
 };
 
