@@ -16,14 +16,19 @@ void check(bool holds, const char* what) {
   std::abort();
 }
 
+void check_matches(const line_map& map, const line_matches& matches) {
+  for (const auto& [vlans, index] : matches.by_vlan) check(index < map.lines.size(), "VLANs of no line");
+  for (const auto& [mac, index] : matches.by_mac) check(index < map.lines.size(), "a MAC address of no line");
+  check(!matches.default_line || *matches.default_line < map.lines.size(), "a default that is no line");
+}
+
 void check_map(const line_map& map) {
   for (const auto& instance : map.instances) {
     check(instance->id < LINE_ID_INSTANCES, "an instance out of range");
     check(instance->mode >= LINE_ID_MODE_OLT && instance->mode <= LINE_ID_MODE_DSL, "a mode out of range");
   }
-  for (const auto& [vlans, index] : map.by_vlan) check(index < map.lines.size(), "VLANs of no line");
-  for (const auto& [mac, index] : map.by_mac) check(index < map.lines.size(), "a MAC address of no line");
-  check(!map.default_line || *map.default_line < map.lines.size(), "a default that is no line");
+  check_matches(map, map.common);
+  for (const auto& [interface, matches] : map.by_port) check_matches(map, matches);
   check(!map.lines.empty() && !map.instances.empty(), "a map without lines or instances");
   check(map.agent.white_list.num <= LINE_ID_WHITE_LIST_TYPES, "a white list too long");
   for (const vlan_profile& profile : map.profiles) {
