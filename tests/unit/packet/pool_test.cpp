@@ -133,6 +133,7 @@ TEST_F(pool_test, a_pool_that_exists_is_kept_and_cleaned) {
 TEST_F(pool_test, threads_share_the_pool_without_losing_a_unit) {
   constexpr int ROUNDS = 2000;
   std::atomic<uint32_t> mixed{0};
+  std::atomic<bool> posted[UNITS + 1] = {}; // handles that a message names
   auto ingress = [&](uint8_t mark) {
     for (int i = 0; i < ROUNDS; ++i) {
       line_id_unit* unit = alloc();
@@ -140,7 +141,10 @@ TEST_F(pool_test, threads_share_the_pool_without_losing_a_unit) {
       unit->data[0] = mark;
       unit->length = mark;
       line_id_buf_pool_mark_queued(unit, MSG_DHCPV4);
-      if (mark == 1) continue; // the worker's
+      if (mark == 1) {
+        posted[line_id_buf_pool_handle(unit)] = true; // the worker's
+        continue;
+      }
       if (!line_id_buf_pool_unmark_queued(unit, MSG_DHCPV4)) continue;
       if (unit->data[0] != mark || unit->length != mark) ++mixed;
       free_unit(unit);
@@ -150,8 +154,12 @@ TEST_F(pool_test, threads_share_the_pool_without_losing_a_unit) {
   auto worker = [&] {
     while (!done) {
       for (uint32_t handle = 1; handle <= UNITS; ++handle) {
+        if (!posted[handle].exchange(false)) continue;
         line_id_unit* unit = line_id_buf_pool_take_queued(handle, MSG_DHCPV4);
-        if (unit == nullptr) continue;
+        if (unit == nullptr) {
+          ++mixed;
+          continue;
+        }
         if (unit->data[0] != unit->length) ++mixed;
         free_unit(unit);
       }
