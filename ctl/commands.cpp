@@ -91,6 +91,7 @@ void command_set(uint8_t oltid, const std::string& name, const std::string& text
 
 void command_get(uint8_t oltid, const std::vector<std::string>& names, bool json) {
   std::vector<shown_value> values;
+  values.reserve(names.size());
   for (const std::string& name : names) values.push_back({&setting_find(name), std::nullopt});
   if (names.empty()) {
     for (const setting_row& row : all_settings()) values.push_back({&row, std::nullopt});

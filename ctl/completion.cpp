@@ -64,7 +64,9 @@ void script_writer::command(const CLI::App& app, const std::string& path) {
     }
     const std::string name = "--" + each->get_lnames().at(0);
     flags.push_back(name);
-    if (each->get_items_expected_max() > 0) valued_ += (valued_.empty() ? "'" : " | '") + path + " " + name + "'";
+    if (each->get_items_expected_max() == 0) continue;
+    valued_ += valued_.empty() ? "'" : " | '";
+    valued_.append(path).append(" ").append(name).append("'");
   }
   flags_ += "    '" + path + "') flags='" + joined(flags) + "' ;;\n";
 }

@@ -129,7 +129,8 @@ void state_reader::unknown_keys(const toml::table& table, const std::set<std::st
 }
 
 void state_reader::warn_templates(const toml::node& node, const std::string& name, const std::string& stored) {
-  for (const std::string& warning : template_warnings(stored)) warn(node, name + ": " + warning);
+  const std::string prefix = name + ": ";
+  for (const std::string& warning : template_warnings(stored)) warn(node, prefix + warning);
 }
 
 void state_reader::read_settings(const toml::table& table, setting_scope scope, std::vector<wanted_setting>& wanted) {
@@ -208,8 +209,8 @@ uint8_t state_reader::choice_of(const toml::table& table, const char* key, const
   const toml::node* node = table.get(key);
   const auto text = node != nullptr ? node->value_exact<std::string>() : std::nullopt;
   std::string expected;
-  for (uint8_t i = 0; i < size; ++i) {
-    if (text && *text == names[i]) return i;
+  for (size_t i = 0; i < size; ++i) {
+    if (text && *text == names[i]) return static_cast<uint8_t>(i);
     expected += std::string(i == 0 ? "\"" : " or \"") + names[i] + "\"";
   }
   fault(node != nullptr ? *node : table, std::string(key) + ": expected " + expected);
