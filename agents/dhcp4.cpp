@@ -91,8 +91,8 @@ int32_t refuse_walk(uint32_t offset) {
 int32_t walk_options(line_id_inf_info* info, dhcp4_options& found) {
   const uint32_t first = OPTIONS_OFFSET + line_id_vlan_tag_len(info);
   const uint8_t direct = info->pkt_info_ptr->direct;
-  if (first > info->origin_pkt_len) return refuse_walk(first);
-  packet_reader options = {info->origin_pkt_ptr + first, info->origin_pkt_len - first, 0, true};
+  packet_reader options = reader_sub(reader_over(info->origin_pkt_ptr, info->origin_pkt_len), first);
+  if (!options.ok) return refuse_walk(first);
   const uint8_t* end = options.data + options.size;
   while (reader_left(options) > 0 && options.data[options.pos] != OPTION_END_CODE) {
     if (direct == LINE_ID_UPSTREAM && options.data[options.pos] == OPTION_PAD) {
