@@ -132,7 +132,10 @@ bool lock_record(queue_record& record) {
     }
     ret = pthread_mutex_trylock(&record.lock);
   }
-  if (ret == EOWNERDEAD) ret = pthread_mutex_consistent(&record.lock);
+  if (ret == EOWNERDEAD) {
+    ret = pthread_mutex_consistent(&record.lock);
+    record.asleep.store(1, std::memory_order_relaxed); // it may have died before it woke the receiver
+  }
   return ret == 0;
 }
 
@@ -167,12 +170,12 @@ uint8_t* slot_at(const queue& of, uint32_t priority, uint32_t index) {
 
 uint32_t next_slot(uint32_t index, uint32_t slots) { return index + 1 == slots ? 0 : index + 1; }
 
-// The receiver is woken before the message counts, and its mark goes after the wake: a sender that dies on the way has
-// either sent nothing or has woken it. Woken early, the receiver waits for the lock.
+// The mark goes first: a receiver on its way to sleep finds it gone and turns back. The receiver is woken before the
+// message counts, so that a sender that dies on the way has sent nothing; woken early, it waits for the lock.
 void wake_receiver(queue_record& record) {
   if (record.asleep.load(std::memory_order_relaxed) == 0) return;
-  pal_word_wake_all(record.asleep);
   record.asleep.store(0, std::memory_order_relaxed);
+  pal_word_wake_all(record.asleep);
 }
 
 bool put_message(const queue& to, const void* message, uint32_t priority) {

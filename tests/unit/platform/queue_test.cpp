@@ -1,6 +1,7 @@
 // Message queues: order, the reserve, waking, and what other processes may do to a shared one.
 #include "platform/pal.h"
 
+#include <atomic>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -140,6 +141,28 @@ TEST(queue, receive_waits_its_ticks_and_wakes_on_a_send) {
   });
   for (int64_t i = 0; i < 200; ++i) ASSERT_EQ(next_number(id, -1), i);
   EXPECT_EQ(wait_child(child), 0);
+}
+
+// The receiver empties the queue and goes to sleep while the next message comes, a little later each time.
+TEST(queue, a_message_is_not_slept_through) {
+  constexpr uint32_t ROUNDS = 30000;
+  pal_msgQ_id id = open_queue(0);
+  std::atomic<int64_t> taken{-1};
+  std::thread sender([&] {
+    for (uint32_t i = 0; i < ROUNDS; ++i) {
+      while (taken != static_cast<int64_t>(i) - 1) std::this_thread::yield();
+      for (uint32_t spin = i % 200; spin > 0; --spin) asm volatile("");
+      send_number(id, i, 3);
+    }
+  });
+  uint32_t late = 0;
+  for (int64_t i = 0; i < ROUNDS; ++i) {
+    for (int64_t number = -1; number != i; ++late) number = next_number(id, 1000);
+    taken = i;
+  }
+  sender.join();
+  EXPECT_EQ(late, ROUNDS) << "waits, one for each message";
+  pal_msgQ_close(&id);
 }
 
 TEST(queue, many_senders_lose_nothing) {
