@@ -10,7 +10,7 @@ usage: ./bench.sh [--json] [PART...]
   --json  the figures as JSON instead of tables
 Prints the instructions of a frame and each target with its median and the interval of its runs; draws
 build/bench/bench.png and bench.svg. Absolute times move with the machine, ratios much less: everything that is
-compared runs interleaved in one process.
+compared runs interleaved in one process. bench/relay.sh measures the live host beside relays.
 TXT
 }
 

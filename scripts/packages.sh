@@ -9,7 +9,7 @@ test=("${build[@]}" libgtest-dev googletest ccache tshark python3 clang clang-fo
       iputils-ping nftables pkg-config)
 targets=("${test[@]}" g++-12-multilib g++-arm-linux-gnueabihf qemu-user) # g++-multilib excludes cross compilers
 soak=("${test[@]}" python3-matplotlib)
-bench=("${build[@]}" libgtest-dev libtins-dev libboost-dev valgrind python3 python3-matplotlib)
+bench=("${build[@]}" libgtest-dev libtins-dev libboost-dev valgrind python3 python3-matplotlib iproute2 isc-dhcp-relay pppoe)
 
 case "${1:-}" in
   build) wanted=("${build[@]}") ;;
@@ -37,7 +37,7 @@ echo "installing: ${missing[*]}"
 # at the next boot.
 daemons=()
 for package in "${missing[@]}"; do
-  [[ $package == kea-*-server ]] && daemons+=("$package")
+  [[ $package == kea-*-server || $package == isc-dhcp-relay ]] && daemons+=("$package")
 done
 policy=/usr/sbin/policy-rc.d
 if [ ${#daemons[@]} -ne 0 ] && [ ! -e "$policy" ]; then
