@@ -121,7 +121,7 @@ case $mode in
     in_bash asan 720 'run_tests asan -LE lab'
     in_bash tsan 480 'TARGET=threaded run_tests tsan -L threads'
     in_bash tidy 1200 tidy
-    in_bash clang 300 'run_tests clang -L quick'
+    in_bash clang 480 'run_tests clang -L quick'
     ;;&
   all-targets)
     in_bash x86-32 900 'run_tests x86-32'
