@@ -49,7 +49,7 @@ constexpr uint32_t PAL_MSGQ_PRIORITIES = 4; // 0 to 3
 // key, depth (more than the reserve, at most 65536) and size (1 to 256) is kept, another one is closed first. 0, or -1.
 int32_t pal_msgQ_create_ex(pal_msgQ_id* id, uint32_t key, uint32_t depth, uint32_t size, uint32_t flags);
 // Never waits for room. 0, or -1: full, absent, a length other than the queue's, or no such priority; also when a
-// stopped process has been holding the queue's lock for 50 ms.
+// process that lives but does not run has been holding the queue's lock for 50 ms, with priority 1 for 600 ticks.
 int32_t pal_msgQ_send_priority(pal_msgQ_id id, const void* message, uint32_t len, uint32_t priority);
 // Octets received, or -1 when `wait` ticks have passed. An absent queue, or one whose lock a stopped process holds,
 // lets them pass too, unless `wait` is for ever: then it fails at once. `flags` is not used.

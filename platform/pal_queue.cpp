@@ -15,6 +15,7 @@
 #include <pthread.h>
 #include <sched.h>
 
+#include "platform/pal_settings.h"
 #include "platform/pal_shared.h"
 #include "platform/pal_wait.h"
 
@@ -23,8 +24,10 @@ namespace {
 constexpr uint32_t MAX_QUEUES = 32;
 constexpr uint32_t MAX_DEPTH = 65536;
 constexpr uint32_t MAX_MESSAGE = 256;
+constexpr int LOCK_LOOKS = 50;
 constexpr int LOCK_YIELDS = 50;
-constexpr int LOCK_NAPS = 200;
+constexpr int64_t LOCK_MS = 50;           // patience with a lock's holder
+constexpr int64_t LOCK_FIRST_TICKS = 600; // the same for messages of the first priority: as for a client's answer
 
 constexpr uint32_t RECORD_MAGIC = 0x31525551; // "QUR1"
 constexpr int32_t EMPTY = 0;
@@ -70,6 +73,8 @@ queue* find_queue(pal_msgQ_id id) {
   return found.open.load(std::memory_order_acquire) ? &found : nullptr;
 }
 
+pal_word word_kind(const queue& of) { return of.is.key == 0 ? pal_word::OWN : pal_word::SHARED; }
+
 // ---- the record
 
 uint32_t slots_of(const shape& is) { return is.depth + 1; }
@@ -78,7 +83,8 @@ uint32_t record_size(const shape& is) {
   return static_cast<uint32_t>(sizeof(queue_record)) + PAL_MSGQ_PRIORITIES * slots_of(is) * is.message_size;
 }
 
-bool init_lock(pthread_mutex_t& lock) {
+bool init_lock(pthread_mutex_t& lock, bool shared) {
+  if (!shared) return pthread_mutex_init(&lock, nullptr) == 0; // its holder cannot die alone
   pthread_mutexattr_t attr;
   if (pthread_mutexattr_init(&attr) != 0) return false;
   const bool done = pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED) == 0 &&
@@ -95,7 +101,7 @@ bool init_record(void* memory, const void* arg) {
   new (record) queue_record{};
   record->depth = is.depth;
   record->message_size = is.message_size;
-  if (!init_lock(record->lock)) return false;
+  if (!init_lock(record->lock, is.key != 0)) return false;
   record->magic.store(RECORD_MAGIC, std::memory_order_release);
   return true;
 }
@@ -119,19 +125,30 @@ queue_record* shared_record(const shape& is) {
   return record != nullptr && is_of_shape(*record, is) ? record : nullptr;
 }
 
-// The lock is held for some ten nanoseconds, so the next try mostly finds it free. Its holder may have been interrupted
-// or even stopped, though: then this sleeps between tries, and gives up after some 50 ms.
-bool lock_record(queue_record& record) {
+// The holder may have been interrupted or even stopped: this gives its core away, then sleeps between tries, and gives
+// up after `patience_ms`. What trylock says last.
+int wait_for_lock(pthread_mutex_t& lock, int64_t patience_ms) {
   constexpr timespec NAP = {0, 200000};
-  int ret = pthread_mutex_trylock(&record.lock);
-  for (int tries = 0; ret == EBUSY && tries < LOCK_YIELDS + LOCK_NAPS; ++tries) {
-    if (tries < LOCK_YIELDS) {
-      sched_yield();
+  int ret = EBUSY;
+  for (int tries = 0; ret == EBUSY && tries < LOCK_LOOKS + LOCK_YIELDS; ++tries) {
+    if (tries < LOCK_LOOKS) {
+      pal_pause();
     } else {
-      nanosleep(&NAP, nullptr);
+      sched_yield();
     }
-    ret = pthread_mutex_trylock(&record.lock);
+    ret = pthread_mutex_trylock(&lock);
   }
+  for (const int64_t end = pal_now_ms() + patience_ms; ret == EBUSY && pal_now_ms() < end;) {
+    nanosleep(&NAP, nullptr);
+    ret = pthread_mutex_trylock(&lock);
+  }
+  return ret;
+}
+
+// The lock is held for some ten nanoseconds, so it is mostly free. A holder that has died is told by the lock itself.
+bool lock_record(queue_record& record, int64_t patience_ms = LOCK_MS) {
+  int ret = pthread_mutex_trylock(&record.lock);
+  if (__builtin_expect(ret == EBUSY, 0)) ret = wait_for_lock(record.lock, patience_ms);
   if (ret == EOWNERDEAD) {
     ret = pthread_mutex_consistent(&record.lock);
     record.asleep.store(1, std::memory_order_relaxed); // it may have died before it woke the receiver
@@ -172,10 +189,16 @@ uint32_t next_slot(uint32_t index, uint32_t slots) { return index + 1 == slots ?
 
 // The mark goes first: a receiver on its way to sleep finds it gone and turns back. The receiver is woken before the
 // message counts, so that a sender that dies on the way has sent nothing; woken early, it waits for the lock.
-void wake_receiver(queue_record& record) {
+void wake_receiver(const queue& of) {
+  queue_record& record = *of.record;
   if (record.asleep.load(std::memory_order_relaxed) == 0) return;
   record.asleep.store(0, std::memory_order_relaxed);
-  pal_word_wake_all(record.asleep);
+  pal_word_wake_all(record.asleep, word_kind(of));
+}
+
+// For a lock that a message of this priority needs.
+int64_t lock_patience_ms(uint32_t priority) {
+  return priority == PAL_MSGQ_FIRST ? LOCK_FIRST_TICKS * pal_tick_us() / 1000 : LOCK_MS;
 }
 
 bool put_message(const queue& to, const void* message, uint32_t priority) {
@@ -185,7 +208,7 @@ bool put_message(const queue& to, const void* message, uint32_t priority) {
   ring& into = to.record->rings[priority];
   const uint32_t tail = read_ring(into, slots).tail;
   std::memcpy(slot_at(to, priority, tail), message, to.is.message_size);
-  wake_receiver(*to.record);
+  wake_receiver(to);
   into.tail.store(next_slot(tail, slots), std::memory_order_release);
   return true;
 }
@@ -260,7 +283,7 @@ int32_t pal_msgQ_create_ex(pal_msgQ_id* id, uint32_t key, uint32_t depth, uint32
 int32_t pal_msgQ_send_priority(pal_msgQ_id id, const void* message, uint32_t len, uint32_t priority) {
   const queue* to = find_queue(id);
   if (to == nullptr || message == nullptr || len != to->is.message_size || priority >= PAL_MSGQ_PRIORITIES) return -1;
-  if (!lock_record(*to->record)) return -1;
+  if (!lock_record(*to->record, lock_patience_ms(priority))) return -1;
   const bool sent = put_message(*to, message, priority);
   pthread_mutex_unlock(&to->record->lock);
   return sent ? 0 : -1;
@@ -272,7 +295,7 @@ int32_t pal_msgQ_receive_wait_priority(pal_msgQ_id id, void* buffer, uint32_t si
   int32_t got = usable ? receive_one(*from, buffer, wait) : UNUSABLE;
   if (got > 0) return got;
   const pal_deadline deadline = pal_deadline_after(wait);
-  while (got == EMPTY && wait != 0 && pal_word_wait(from->record->asleep, 1, deadline)) {
+  while (got == EMPTY && wait != 0 && pal_word_wait(from->record->asleep, 1, deadline, word_kind(*from))) {
     got = receive_one(*from, buffer, wait);
   }
   if (got > 0) return got;

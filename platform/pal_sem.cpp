@@ -17,6 +17,8 @@ constexpr uint32_t WAITED = 2; // somebody may be asleep; set before sleeping, c
 
 constexpr uint32_t RECORD_MAGIC = 0x314D4553; // "SEM1"
 constexpr uint32_t NAMED = 0x80000000;        // in pal_sem::kind: the record is shared
+constexpr uint32_t LOCK_KIND = 2;             // held for moments: a short look costs less than sleeping
+constexpr int LOCK_LOOKS = 100;
 
 struct sem_record {
   std::atomic<uint32_t> magic; // written last
@@ -35,6 +37,8 @@ bool init_record(void* record, const void* count) {
   return true;
 }
 
+pal_word word_kind(const pal_sem& sem) { return (sem.kind & NAMED) != 0 ? pal_word::SHARED : pal_word::OWN; }
+
 bool try_take(std::atomic<uint32_t>& word) {
   uint32_t seen = word.load(std::memory_order_relaxed);
   while ((seen & FREE) != 0) {
@@ -44,17 +48,26 @@ bool try_take(std::atomic<uint32_t>& word) {
   return false;
 }
 
-void give(std::atomic<uint32_t>& word) {
+// The holder of a lock is most likely at work on another core, and done in less time than a sleep takes.
+bool look_and_take(std::atomic<uint32_t>& word) {
+  for (int looks = 0; looks < LOCK_LOOKS; ++looks) {
+    pal_pause();
+    if (try_take(word)) return true;
+  }
+  return false;
+}
+
+void give(std::atomic<uint32_t>& word, pal_word kind) {
   if ((word.fetch_or(FREE, std::memory_order_release) & WAITED) == 0) return;
   // The mark goes only after the wake: if this process dies in between, the next give still wakes.
-  pal_word_wake_all(word);
+  pal_word_wake_all(word, kind);
   uint32_t unclaimed = FREE | WAITED;
   word.compare_exchange_strong(unclaimed, FREE, std::memory_order_relaxed);
 }
 
-void set_count(std::atomic<uint32_t>& word, uint32_t count) {
+void set_count(std::atomic<uint32_t>& word, uint32_t count, pal_word kind) {
   if (count != 0) {
-    give(word);
+    give(word, kind);
   } else {
     word.fetch_and(~FREE, std::memory_order_acquire);
   }
@@ -70,7 +83,7 @@ int32_t pal_sem_create(pal_sem* sem, uint32_t kind) {
 int32_t pal_sem_create_ex(pal_sem* sem, uint32_t kind, uint32_t count, pal_sem* storage) {
   if (sem == nullptr || storage == nullptr) return -1;
   if (is_private(*storage)) {
-    set_count(record_of(storage)->word, count);
+    set_count(record_of(storage)->word, count, pal_word::OWN);
   } else {
     auto* record = new (std::nothrow) sem_record{RECORD_MAGIC, count != 0 ? FREE : 0};
     if (record == nullptr) return -1;
@@ -97,10 +110,11 @@ int32_t pal_sem_take(pal_sem* sem, int32_t ticks) {
   if (record == nullptr) return -1;
   if (try_take(record->word)) return 0;
   if (ticks == 0) return -1;
+  if (sem->kind == LOCK_KIND && look_and_take(record->word)) return 0;
   const pal_deadline deadline = pal_deadline_after(ticks);
   for (;;) {
     const uint32_t seen = record->word.fetch_or(WAITED, std::memory_order_relaxed);
-    const bool in_time = (seen & FREE) != 0 || pal_word_wait(record->word, seen | WAITED, deadline);
+    const bool in_time = (seen & FREE) != 0 || pal_word_wait(record->word, seen | WAITED, deadline, word_kind(*sem));
     if (try_take(record->word)) return 0;
     if (!in_time) return -1;
   }
@@ -109,14 +123,14 @@ int32_t pal_sem_take(pal_sem* sem, int32_t ticks) {
 int32_t pal_sem_give(pal_sem* sem) {
   sem_record* record = record_of(sem);
   if (record == nullptr) return -1;
-  give(record->word);
+  give(record->word, word_kind(*sem));
   return 0;
 }
 
 int32_t pal_sem_reset(pal_sem* sem, uint32_t count) {
   sem_record* record = record_of(sem);
   if (record == nullptr) return -1;
-  set_count(record->word, count);
+  set_count(record->word, count, word_kind(*sem));
   return 0;
 }
 

@@ -13,6 +13,7 @@
 namespace {
 
 constexpr int64_t US_PER_S = 1000000;
+constexpr int64_t US_PER_MS = 1000;
 constexpr int64_t NS_PER_US = 1000;
 constexpr int64_t COARSE_TICK_US = 10000;
 
@@ -29,6 +30,8 @@ int64_t monotonic_us(clockid_t clock = CLOCK_MONOTONIC) {
   clock_gettime(clock, &now);
   return static_cast<int64_t>(now.tv_sec) * US_PER_S + now.tv_nsec / NS_PER_US;
 }
+
+int flag_of(pal_word kind) { return kind == pal_word::OWN ? FUTEX_PRIVATE_FLAG : 0; }
 
 } // namespace
 
@@ -49,14 +52,17 @@ pal_deadline pal_deadline_after(int32_t ticks) {
   return deadline;
 }
 
-bool pal_word_wait(std::atomic<uint32_t>& word, uint32_t expected, const pal_deadline& deadline) {
+int64_t pal_now_ms() { return monotonic_us() / US_PER_MS; }
+
+bool pal_word_wait(std::atomic<uint32_t>& word, uint32_t expected, const pal_deadline& deadline, pal_word kind) {
   const timespec* until = deadline.never ? nullptr : &deadline.at;
-  const long ret = syscall(FUTEX_CALL, &word, FUTEX_WAIT_BITSET, expected, until, nullptr, FUTEX_BITSET_MATCH_ANY);
+  const long ret =
+      syscall(FUTEX_CALL, &word, FUTEX_WAIT_BITSET | flag_of(kind), expected, until, nullptr, FUTEX_BITSET_MATCH_ANY);
   return ret == 0 || errno == EAGAIN || errno == EINTR; // any other failure would fail again: it counts as time over
 }
 
-void pal_word_wake_all(std::atomic<uint32_t>& word) {
-  syscall(FUTEX_CALL, &word, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+void pal_word_wake_all(std::atomic<uint32_t>& word, pal_word kind) {
+  syscall(FUTEX_CALL, &word, FUTEX_WAKE | flag_of(kind), INT_MAX, nullptr, nullptr, 0);
 }
 
 void pal_sleep_until(const pal_deadline& deadline) {

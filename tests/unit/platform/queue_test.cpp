@@ -251,6 +251,33 @@ TEST(queue, survives_killed_and_stopped_processes) {
   }
 }
 
+// A process that lives and does not run, as on a busy machine: the lock lies behind twelve words.
+TEST(queue, configuration_waits_for_a_lock_that_frames_give_up_on) {
+  constexpr size_t LOCK = 12 * sizeof(uint32_t);
+  pal_msgQ_id id = open_queue(29);
+  int held[2];
+  int wanted[2];
+  ASSERT_EQ(pipe(held) + pipe(wanted), 0);
+  const pid_t child = start_child([&] {
+    const int fd = open(shared_file("q.29").c_str(), O_RDWR);
+    void* record = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    auto* lock = reinterpret_cast<pthread_mutex_t*>(static_cast<uint8_t*>(record) + LOCK);
+    char sign = 0;
+    if (pthread_mutex_lock(lock) != 0 || write(held[1], &sign, 1) != 1 || read(wanted[0], &sign, 1) != 1) return 1;
+    pause_ms(150);
+    return pthread_mutex_unlock(lock);
+  });
+  char sign = 0;
+  ASSERT_EQ(read(held[0], &sign, 1), 1);
+  EXPECT_EQ(send_number(id, 1, 3), -1);
+  ASSERT_EQ(write(wanted[1], &sign, 1), 1);
+  EXPECT_EQ(send_number(id, 2, 1), 0);
+  EXPECT_EQ(wait_child(child), 0);
+  EXPECT_EQ(next_number(id), 2);
+  EXPECT_EQ(next_number(id), -1);
+  for (const int fd : {held[0], held[1], wanted[0], wanted[1]}) close(fd);
+}
+
 // The ring positions lie behind four words; whatever they hold, nothing outside the record is touched.
 TEST(queue, scribbled_positions_do_no_harm) {
   constexpr size_t POSITIONS = 4 * sizeof(uint32_t);
