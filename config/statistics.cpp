@@ -29,6 +29,12 @@ constexpr const char* LABELS[LINE_ID_STATICS_TOTALS] = {
 
 void add(uint32_t index) { g_line_id_statics[index].fetch_add(1, std::memory_order_relaxed); }
 
+// Where one thread counts: the worker, which also resets.
+void add_alone(uint32_t index) {
+  std::atomic<uint32_t>& counter = g_line_id_statics[index];
+  counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
 bool is_counted(uint8_t direction, int8_t protocol) {
   return (direction == LINE_ID_UPSTREAM || direction == LINE_ID_DOWNSTREAM) && protocol >= LINE_ID_DHCPV4 &&
          protocol <= LINE_ID_PPPOE;
@@ -68,8 +74,8 @@ int32_t line_id_reset_statistics_cfg() {
 void line_id_inc_processed_pkt_count(uint8_t direction, int8_t protocol, uint8_t pass_through) {
   if (!is_counted(direction, protocol)) return;
   // The pass-through totals stay 0: the processed total counts every frame that was sent.
-  add(total_of(PROCESSED, protocol));
-  add(total_of(pass_through != 0 ? PASS_THROUGH : PROCESSED, protocol) + direction);
+  add_alone(total_of(PROCESSED, protocol));
+  add_alone(total_of(pass_through != 0 ? PASS_THROUGH : PROCESSED, protocol) + direction);
 }
 
 int32_t line_id_inc_drop_pkt_count(uint8_t direction, int8_t protocol) {

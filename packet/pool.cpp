@@ -127,9 +127,10 @@ int32_t line_id_buf_pool_free(line_id_unit* unit, pal_sem* sem) {
   line_id_buf_pool* pool = g_line_id_pkt_pool.load(std::memory_order_acquire);
   if (pool == nullptr) {
     LINE_ID_WARN(LOG_GENERAL, "line_id_buf_pool_free NULL == pool.\r");
-  } else if (unit->state.exchange(UNIT_FREE, std::memory_order_acq_rel) == UNIT_FREE) {
+  } else if (unit->state.load(std::memory_order_acquire) == UNIT_FREE) { // becomes so with the semaphore held only
     LINE_ID_WARN(LOG_GENERAL, "line_id_buf_pool_free: the unit is not in use.\r");
   } else {
+    unit->state.store(UNIT_FREE, std::memory_order_release);
     move_to_freed(*pool, unit);
   }
   return pal_sem_give(sem);

@@ -16,8 +16,9 @@ constexpr uint32_t STOP_FLAG = 1;
 constexpr int32_t STOP_TICKS = 5;
 
 // Room for every message that the queue can hold. The worker runs each event before it fetches again, so its own events
-// never fill this; another thread that does is told so.
+// never fill this; another thread that does is told so. A power of two: positions count on for ever and wrap.
 constexpr uint32_t MAX_EVENTS = 2048;
+static_assert((MAX_EVENTS & (MAX_EVENTS - 1)) == 0);
 
 } // namespace
 
@@ -37,22 +38,19 @@ struct lib_comm_state {
   std::atomic<uint32_t> references;
   std::atomic<bool> started;
   lib_comm_log log;
-  std::mutex lock; // guards what follows; only `count` is read without it
-  uint32_t first;
-  std::atomic<uint32_t> count;
+  std::mutex lock;             // between threads that add events; the worker takes them without it
+  std::atomic<uint32_t> first; // the next event due; moved by the worker
+  std::atomic<uint32_t> end;   // where the next one goes; moved with the lock held
   lib_comm_event events[MAX_EVENTS];
 };
 
 namespace {
 
 bool next_event(lib_comm_state& state, lib_comm_event& event) {
-  // Most looks find nothing. An event that is being added meanwhile is found by the next one.
-  if (state.count.load(std::memory_order_acquire) == 0) return false;
-  const std::lock_guard<std::mutex> guard(state.lock);
-  if (state.count.load(std::memory_order_relaxed) == 0) return false;
-  event = state.events[state.first];
-  state.first = (state.first + 1) % MAX_EVENTS;
-  state.count.store(state.count.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
+  const uint32_t first = state.first.load(std::memory_order_relaxed);
+  if (first == state.end.load(std::memory_order_acquire)) return false;
+  event = state.events[first % MAX_EVENTS];
+  state.first.store(first + 1, std::memory_order_release); // from here on the place may be filled again
   return true;
 }
 
@@ -121,10 +119,10 @@ int32_t lib_comm_thread_add_event(lib_comm_lib* lib, int32_t (*function)(lib_com
   if (lib == nullptr || function == nullptr) return LINE_ID_ERR;
   lib_comm_state& state = *lib->state;
   const std::lock_guard<std::mutex> guard(state.lock);
-  const uint32_t count = state.count.load(std::memory_order_relaxed);
-  if (count == MAX_EVENTS) return LINE_ID_ERR;
-  state.events[(state.first + count) % MAX_EVENTS] = {function, argument};
-  state.count.store(count + 1, std::memory_order_release);
+  const uint32_t end = state.end.load(std::memory_order_relaxed);
+  if (end - state.first.load(std::memory_order_acquire) == MAX_EVENTS) return LINE_ID_ERR;
+  state.events[end % MAX_EVENTS] = {function, argument};
+  state.end.store(end + 1, std::memory_order_release);
   return LINE_ID_OK;
 }
 
