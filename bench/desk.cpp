@@ -6,8 +6,11 @@
 #include "agents/pppoe.h"
 #include "config/store.h"
 #include "core/device_if.h"
+#include "core/service.h"
+#include "core/worker.h"
 #include "packet/check.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -133,25 +136,35 @@ frame_builder pppoe_frame(uint32_t tags) {
 
 } // namespace
 
-octets bench_frame(uint8_t packet_type, uint32_t tags, uint32_t more_options) {
-  if (packet_type == LINE_ID_DHCPV4) {
-    frame_builder frame = dhcp4_frame(tags);
-    for (uint32_t i = 0; i < more_options; ++i) frame.option(static_cast<uint16_t>(128 + i), {1, 2});
-    return frame.end();
-  }
-  frame_builder frame = packet_type == LINE_ID_DHCPV6 ? dhcp6_frame(tags) : pppoe_frame(tags);
-  for (uint32_t i = 0; i < more_options; ++i) frame.option(static_cast<uint16_t>(0x0200 + i), {1, 2});
-  return frame.done();
+namespace {
+
+// A frame of a protocol that is still open for options.
+frame_builder open_frame(uint8_t packet_type, uint32_t tags, uint32_t more_options) {
+  const bool dhcp4 = packet_type == LINE_ID_DHCPV4;
+  frame_builder frame = dhcp4                           ? dhcp4_frame(tags)
+                        : packet_type == LINE_ID_DHCPV6 ? dhcp6_frame(tags)
+                                                        : pppoe_frame(tags);
+  for (uint32_t i = 0; i < more_options; ++i) frame.option(static_cast<uint16_t>((dhcp4 ? 128 : 0x0200) + i), {1, 2});
+  return frame;
 }
 
-octets bench_frame_with_identity(uint8_t packet_type) {
+} // namespace
+
+octets bench_frame(uint8_t packet_type, uint32_t tags, uint32_t more_options) {
+  frame_builder frame = open_frame(packet_type, tags, more_options);
+  return packet_type == LINE_ID_DHCPV4 ? frame.end() : frame.done();
+}
+
+octets bench_frame_with_identity(uint8_t packet_type, uint32_t tags, uint32_t more_options) {
   const octets subs = join({tlv1(1, text("0 0/0/0:9.9 home/0/0/0/0/0/ONUX/1/2 GP")), tlv1(2, text("ONUX"))});
   switch (packet_type) {
-  case LINE_ID_DHCPV4: return dhcp4_frame(0).option(82, subs).end();
-  case LINE_ID_PPPOE: return pppoe_frame(0).option(0x0105, join({{0, 0, 0x0D, 0xE9}, subs})).done();
+  case LINE_ID_DHCPV4: return open_frame(packet_type, tags, more_options).option(82, subs).end();
+  case LINE_ID_PPPOE:
+    return open_frame(packet_type, tags, more_options).option(0x0105, join({{0, 0, 0x0D, 0xE9}, subs})).done();
   default: {
-    const octets inner = dhcp6_message(SOLICIT, {tlv2(1, {0, 3, 0, 1, 0, 0, 0x5E, 0, 0x53, 1}), tlv2(8, {0, 0})});
-    return begin_frame(0)
+    octets inner = dhcp6_message(SOLICIT, {tlv2(1, {0, 3, 0, 1, 0, 0, 0x5E, 0, 0x53, 1}), tlv2(8, {0, 0})});
+    for (uint32_t i = 0; i < more_options; ++i) inner = join({inner, tlv2(static_cast<uint16_t>(0x0200 + i), {1, 2})});
+    return begin_frame(tags)
         .relay6(RELAY_FORW, 0, link_local(1))
         .option(9, inner)
         .option(18, text("0 0/0/0:9.9 h/1 GP"))
@@ -195,4 +208,43 @@ int32_t bench_desk::ask() {
     return line_id_pppoe_event_proc(unit.get(), out, &info);
   }
   }
+}
+
+one_thread_path::one_thread_path() : worker(lib_comm_lib_create("bench")) {
+  if (line_id_init_sys_resource(nullptr) != LINE_ID_OK) give_up("line_id_init_sys_resource refused");
+}
+
+one_thread_path::~one_thread_path() { lib_comm_release(worker); }
+
+int32_t one_thread_path::run(const octets& frame, uint8_t packet_type) {
+  const int32_t taken = bench_hand_in(frame, packet_type, line);
+  lib_comm_task task = {};
+  lib_comm_thread_fetch_with_func(worker, &task, line_id_msg_func, 0);
+  lib_comm_thread_call(&task);
+  return taken;
+}
+
+int32_t bench_hand_in(const octets& frame, uint8_t packet_type, const line_id_append_info& line) {
+  const auto receive = packet_type == LINE_ID_PPPOE ? line_id_pppoe_receive : line_id_dhcp_receive;
+  return receive(frame.data(), static_cast<uint32_t>(frame.size()), 1, LINE_ID_UPSTREAM, &line);
+}
+
+std::thread bench_start_worker() {
+  std::thread worker([] { line_id_proc_entry(nullptr); });
+  const octets frame = bench_frame(LINE_ID_DHCPV4);
+  const uint32_t before = g_sent_frames;
+  while (g_sent_frames == before) {
+    bench_hand_in(frame, LINE_ID_DHCPV4, bench_line());
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  for (uint32_t seen = 0; seen != g_sent_frames;) {
+    seen = g_sent_frames;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return worker;
+}
+
+void bench_stop_worker(std::thread& worker) {
+  while (line_id_stop() != LINE_ID_OK) std::this_thread::yield();
+  worker.join();
 }

@@ -3,11 +3,13 @@
 #pragma once
 
 #include "core/records.h"
+#include "platform/lib_comm.h"
 #include "tests/support/frames.h"
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <thread>
 
 // The texts that the agent builds for bench_line().
 inline constexpr char BENCH_CIRCUIT_ID[] = "0 0/0/0:100.200 an1/1/2/3/0/5/ONU42 GP";
@@ -35,7 +37,7 @@ extern void (*g_after_send)();
 // four octets longer; DHCPv6 and PPPoE: as clients send them.
 octets bench_frame(uint8_t packet_type, uint32_t tags = 0, uint32_t more_options = 0);
 // The same frame with an identity from a line nearer to the subscriber, which is rewritten.
-octets bench_frame_with_identity(uint8_t packet_type);
+octets bench_frame_with_identity(uint8_t packet_type, uint32_t tags = 0, uint32_t more_options = 0);
 
 // One frame before its agent, as the worker's entry leaves it.
 struct bench_desk {
@@ -52,3 +54,24 @@ struct bench_desk {
   // Header checks of ingress, then the agent: its verdict.
   int32_t ask();
 };
+
+// The whole road of a frame on one thread: the receive call, the queue, the worker's turn, the send callback.
+struct one_thread_path {
+  lib_comm_lib* worker;
+  line_id_append_info line = bench_line();
+
+  one_thread_path();
+  ~one_thread_path();
+  one_thread_path(const one_thread_path&) = delete;
+  one_thread_path& operator=(const one_thread_path&) = delete;
+
+  // The result of the receive call.
+  int32_t run(const octets& frame, uint8_t packet_type);
+};
+
+// Run the agent's loop on a thread of its own, until frames go through it: at its start it throws away what is queued.
+std::thread bench_start_worker();
+void bench_stop_worker(std::thread& worker);
+
+// The receive call of a frame's protocol, upstream.
+int32_t bench_hand_in(const octets& frame, uint8_t packet_type, const line_id_append_info& line);

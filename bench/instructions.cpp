@@ -1,5 +1,5 @@
-// Runs each agent on the same frames under callgrind, one dump for each case, for bench/check_instructions.py; without
-// callgrind it runs them once and checks that each frame was rewritten.
+// Runs each agent, or with "path" the whole road of a frame, on the same frames under callgrind, one dump for each
+// case, for bench/check_instructions.py and bench/traces.py; without callgrind it checks that each frame was rewritten.
 #include "bench/bare.h"
 #include "bench/desk.h"
 
@@ -41,10 +41,7 @@ void count_agent(const std::string& name, const octets& frame, uint8_t packet_ty
   count(name, [&desk] { return desk.ask() == 0 && desk.info.new_pkt_len > 0; });
 }
 
-} // namespace
-
-int main() {
-  std::printf("compiler %s\nframes %u\n", __VERSION__, FRAMES);
+void count_agents() {
   const bare_texts texts = {BENCH_CIRCUIT_ID, BENCH_REMOTE_ID};
   for (const protocol& each : PROTOCOLS) {
     const octets frame = bench_frame(each.packet_type);
@@ -60,6 +57,28 @@ int main() {
   for (const protocol& each : PROTOCOLS) {
     count_agent(std::string("insert.") + each.name, bench_frame(each.packet_type), each.packet_type);
     count_agent(std::string("replace.") + each.name, bench_frame_with_identity(each.packet_type), each.packet_type);
+  }
+}
+
+void count_paths() {
+  desk_start(desk_mode::WHOLE);
+  one_thread_path path;
+  for (const protocol& each : PROTOCOLS) {
+    const octets frame = bench_frame(each.packet_type);
+    count(std::string("path.") + each.name,
+          [&] { return path.run(frame, each.packet_type) == LINE_ID_OK && g_sent_len > frame.size(); });
+  }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  // The agent reports its start on standard output.
+  std::printf("compiler %s\nframes %u\n", __VERSION__, FRAMES);
+  if (argc > 1 && std::strcmp(argv[1], "path") == 0) {
+    count_paths();
+  } else {
+    count_agents();
   }
   return 0;
 }

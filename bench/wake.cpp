@@ -97,19 +97,14 @@ void measure_idle_worker(report& into) {
   desk_start(desk_mode::WHOLE);
   sem_init(&g_ping, 0, 0);
   sem_init(&g_pong, 0, 0);
-  const uint32_t before = g_sent_frames.load();
-  std::thread worker([] { line_id_proc_entry(nullptr); });
+  std::thread worker = bench_start_worker();
   bool ends = false;
   std::thread partner([&ends] {
     for (sem_wait(&g_ping); !ends; sem_wait(&g_ping)) sem_post(&g_pong);
   });
   const octets frame = bench_frame(LINE_ID_DHCPV4);
   const line_id_append_info line = bench_line();
-  const auto hand_in = [&] {
-    return line_id_dhcp_receive(frame.data(), static_cast<uint32_t>(frame.size()), 1, LINE_ID_UPSTREAM, &line);
-  };
-  while (hand_in() != LINE_ID_OK) std::this_thread::yield();
-  while (g_sent_frames.load() == before) std::this_thread::yield();
+  const auto hand_in = [&] { return bench_hand_in(frame, LINE_ID_DHCPV4, line); };
   g_after_send = [] { sem_post(&g_pong); };
   const auto found = time_exchanges(into, "idle worker",
                                     {{"semaphores",
@@ -125,8 +120,7 @@ void measure_idle_worker(report& into) {
   ends = true;
   sem_post(&g_ping);
   partner.join();
-  while (line_id_stop() != LINE_ID_OK) std::this_thread::yield();
-  worker.join();
+  bench_stop_worker(worker);
   target against = {"frame to idle worker", "p50 / semaphores'", {}, 1.1, false, "x"};
   target tail = {"frame to idle worker", "p99 / own p50", {}, 1.6, false, "x"};
   for (const auto& run : found) {

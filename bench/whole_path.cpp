@@ -3,8 +3,6 @@
 #include "bench/desk.h"
 #include "bench/targets.h"
 #include "core/service.h"
-#include "core/worker.h"
-#include "platform/lib_comm.h"
 
 #include <cstring>
 #include <mqueue.h>
@@ -23,34 +21,22 @@ struct protocol {
 };
 constexpr protocol PROTOCOLS[] = {{"DHCPv4", LINE_ID_DHCPV4}, {"PPPoE", LINE_ID_PPPOE}, {"DHCPv6", LINE_ID_DHCPV6}};
 
-int32_t hand_in(const octets& frame, uint8_t packet_type, const line_id_append_info& line) {
-  const auto receive = packet_type == LINE_ID_PPPOE ? line_id_pppoe_receive : line_id_dhcp_receive;
-  return receive(frame.data(), static_cast<uint32_t>(frame.size()), 1, LINE_ID_UPSTREAM, &line);
-}
-
 void measure_one_thread(report& into) {
-  line_id_init_sys_resource(nullptr);
-  lib_comm_lib* worker = lib_comm_lib_create("bench");
-  const line_id_append_info line = bench_line();
+  one_thread_path path;
   for (const protocol& each : PROTOCOLS) {
     const octets frame = bench_frame(each.packet_type);
     bench_desk desk(frame, each.packet_type);
-    const group_result found = into.add_group(std::string(each.name) + " path",
-                                              {{"agent",
-                                                [&](uint32_t times) {
-                                                  for (uint32_t i = 0; i < times; ++i) keep(desk.ask());
-                                                }},
-                                               {"path", [&](uint32_t times) {
-                                                  for (uint32_t i = 0; i < times; ++i) {
-                                                    hand_in(frame, each.packet_type, line);
-                                                    lib_comm_task task = {};
-                                                    lib_comm_thread_fetch_with_func(worker, &task, line_id_msg_func, 0);
-                                                    lib_comm_thread_call(&task);
-                                                  }
-                                                }}});
+    const group_result found = into.add_group(std::string(each.name) + " path", {{"agent",
+                                                                                  [&](uint32_t times) {
+                                                                                    for (uint32_t i = 0; i < times; ++i)
+                                                                                      keep(desk.ask());
+                                                                                  }},
+                                                                                 {"path", [&](uint32_t times) {
+                                                                                    for (uint32_t i = 0; i < times; ++i)
+                                                                                      path.run(frame, each.packet_type);
+                                                                                  }}});
     into.add_ratio("path / agent, 1 thread", each.name, found, "path", "agent", 1.5);
   }
-  lib_comm_release(worker);
 }
 
 // Frames handed in by so many threads, until the last has been sent: nanoseconds for one.
@@ -62,7 +48,7 @@ double push_frames(const octets& frame, uint32_t threads) {
     hands.emplace_back([&frame, threads] {
       const line_id_append_info line = bench_line();
       for (uint32_t left = FRAMES / threads; left > 0; --left) {
-        while (hand_in(frame, LINE_ID_DHCPV4, line) != LINE_ID_OK) std::this_thread::yield();
+        while (bench_hand_in(frame, LINE_ID_DHCPV4, line) != LINE_ID_OK) std::this_thread::yield();
       }
     });
   }
@@ -104,9 +90,8 @@ void measure_threads(report& into) {
   const octets frame = bench_frame(LINE_ID_DHCPV4);
   bench_desk desk(frame, LINE_ID_DHCPV4);
   const mqd_t queue = open_mq();
-  std::thread worker([] { line_id_proc_entry(nullptr); });
-  while (push_frames(frame, 1) == 0) {
-  }
+  std::thread worker = bench_start_worker();
+  push_frames(frame, 1);
   constexpr uint32_t MOST = 4;
   target speed = {"frames/s, 2 threads", "DHCPv4", {}, 1.5, true, "M"};
   target slowest = {"least of 1 to 4 threads", "of one thread's", {}, 0.9, true, "x"};
@@ -129,8 +114,7 @@ void measure_threads(report& into) {
     slowest.values.push_back(one / worst);
     if (queue >= 0) against_mq.values.push_back(one / median(by_threads[0]));
   }
-  while (line_id_stop() != LINE_ID_OK) std::this_thread::yield();
-  worker.join();
+  bench_stop_worker(worker);
   if (queue >= 0) mq_close(queue);
   for (uint32_t i = 0; i <= MOST; ++i) {
     times[i].group = "DHCPv4 with threads";
