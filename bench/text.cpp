@@ -29,7 +29,7 @@ void by_template(uint32_t times) {
   char out[LINE_ID_IDENTIFIER_LEN] = {};
   for (uint32_t i = 0; i < times; ++i) {
     const numbers of = numbers_of(i);
-    for (uint32_t letter = 0; letter < 9; ++letter) line_id_param_write_number("rfSpscogx"[letter], of.at[letter], 1);
+    for (uint32_t letter = 0; letter < 9; ++letter) line_id_put_number(0, "rfSpscogx"[letter], of.at[letter]);
     keep(line_id_expand_template(0, TEMPLATE, out));
     keep(out);
   }
@@ -71,7 +71,6 @@ void by_to_chars(uint32_t times) {
 
 void measure_text(report& into) {
   line_id_init_params();
-  g_line_id_param_set = 0;
   line_id_write_param(0, 'a', NODE, 1);
   line_id_write_param(0, 'm', ONU, 1);
   line_id_write_param(0, 'F', KIND, 1);

@@ -55,11 +55,6 @@ int32_t set_switch(const char* function, uint8_t oltid, uint8_t value, uint8_t l
   return LINE_ID_OK;
 }
 
-int32_t get_switch(uint8_t oltid, line_id_switch_field field) {
-  line_id_common_cfg* cfg = line_id_cfg_of(oltid);
-  return cfg != nullptr ? static_cast<int8_t>(line_id_load_switch(cfg, field)) : 0;
-}
-
 int32_t set_debug(const char* function, uint8_t value, uint32_t first, uint32_t last) {
   if (value > 1) return refuse(function, value);
   for (uint32_t category = first; category <= last; ++category) {
@@ -136,17 +131,13 @@ int32_t store_mac(line_id_common_cfg* cfg, uint8_t oltid, const uint8_t* mac) {
 
 } // namespace
 
-line_id_common_cfg* line_id_cfg_of(uint8_t oltid) {
-  return oltid < LINE_ID_INSTANCES ? &g_line_id_common_cfg[oltid] : nullptr;
-}
-
 // ---- bodies from the rows
 
 #define LINE_ID_SWITCH(name, call, code, lo, hi, refusal, field, trap)                                                 \
   int32_t line_id_set_##name##_cfg(uint8_t oltid, uint8_t value) {                                                     \
     return set_switch(__func__, oltid, value, lo, hi, &line_id_common_cfg::field, trap);                               \
   }                                                                                                                    \
-  int32_t line_id_get_##call##_cfg(uint8_t oltid) { return get_switch(oltid, &line_id_common_cfg::field); }
+  int32_t line_id_get_##call##_cfg(uint8_t oltid) { return line_id_get_switch(oltid, &line_id_common_cfg::field); }
 
 #define LINE_ID_DEBUG(name, code, category)                                                                            \
   int32_t line_id_set_##name##_cfg(uint8_t value) { return set_debug(__func__, value, category, category); }
@@ -197,7 +188,9 @@ int32_t line_id_set_circuitid_cfg(uint8_t oltid, uint8_t value) {
   return set_switch(__func__, oltid, value, 0, 1, &line_id_common_cfg::circuitid_enable, 0);
 }
 
-int32_t line_id_get_circuitid_cfg(uint8_t oltid) { return get_switch(oltid, &line_id_common_cfg::circuitid_enable); }
+int32_t line_id_get_circuitid_cfg(uint8_t oltid) {
+  return line_id_get_switch(oltid, &line_id_common_cfg::circuitid_enable);
+}
 
 int32_t line_id_set_remoteid_trans_enable_cfg(uint8_t oltid, uint8_t value) {
   // ODD: a refused value is reported as the result code, not as the value.
@@ -222,7 +215,7 @@ int32_t line_id_set_slot(uint8_t oltid, uint8_t value) {
   return set_switch(__func__, oltid, value, 0, UINT8_MAX, &line_id_common_cfg::slot, 0);
 }
 
-int32_t line_id_get_slot(uint8_t oltid) { return get_switch(oltid, &line_id_common_cfg::slot); }
+int32_t line_id_get_slot(uint8_t oltid) { return line_id_get_switch(oltid, &line_id_common_cfg::slot); }
 
 // ---- texts and addresses that are also line parameters
 

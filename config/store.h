@@ -52,7 +52,9 @@ struct line_id_common_cfg {
 extern line_id_common_cfg g_line_id_common_cfg[LINE_ID_INSTANCES];
 
 // The record of an instance, or null above 8. The one way to the records.
-line_id_common_cfg* line_id_cfg_of(uint8_t oltid);
+inline line_id_common_cfg* line_id_cfg_of(uint8_t oltid) {
+  return oltid < LINE_ID_INSTANCES ? &g_line_id_common_cfg[oltid] : nullptr;
+}
 
 // One-octet fields are read and written through these alone.
 using line_id_switch_field = uint8_t line_id_common_cfg::*;
@@ -61,6 +63,12 @@ inline uint8_t line_id_load_switch(line_id_common_cfg* cfg, line_id_switch_field
 }
 inline void line_id_store_switch(line_id_common_cfg* cfg, line_id_switch_field field, uint8_t value) {
   std::atomic_ref<uint8_t>(cfg->*field).store(value, std::memory_order_relaxed);
+}
+
+// What the getters of switches return; frames ask for a field themselves.
+inline int32_t line_id_get_switch(uint8_t oltid, line_id_switch_field field) {
+  line_id_common_cfg* cfg = line_id_cfg_of(oltid);
+  return cfg != nullptr ? static_cast<int8_t>(line_id_load_switch(cfg, field)) : 0;
 }
 
 // ---- switches: -147 outside 0..1 (format type 0..2). Option 82, Option 18 and PPPoE+ push the trap rule at once.

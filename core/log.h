@@ -35,10 +35,11 @@ int32_t line_id_dbg_level_set(uint32_t level);
 // Hex dump to the console: 0, or -1 when there is nothing.
 int32_t line_id_dbg_buf_print(const uint8_t* buf, uint32_t len);
 
-// Behind the macros.
-void line_id_log_error(const char* function, int line, const char* format, ...) __attribute__((format(printf, 3, 4)));
+// Behind the macros; cold, so that what only they need is kept out of the way of frames.
+void line_id_log_error(const char* function, int line, const char* format, ...)
+    __attribute__((cold, format(printf, 3, 4)));
 void line_id_log_trace(const char* tag, const char* function, int line, const char* format, ...)
-    __attribute__((format(printf, 4, 5)));
+    __attribute__((cold, format(printf, 4, 5)));
 
 inline bool line_id_log_enabled(uint8_t category, uint8_t level) {
   return __builtin_expect(g_line_id_dbg_level.load(std::memory_order_relaxed) >= level, 0) &&

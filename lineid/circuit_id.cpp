@@ -26,19 +26,21 @@ uint8_t profile_of(const line_id_inf_info* info) { return info->cid <= LINE_ID_V
 
 bool has_valid_identity(const line_id_inf_info* info) { return info->onu.onu_losn_valid_or_invalid == 1; }
 
-std::string_view choose_template(uint8_t oltid, uint8_t splice, const line_id_inf_info* info) {
-  int32_t format_mode = line_id_get_line_id_format_type_cfg(oltid);
-  const auto cirt_type = static_cast<uint8_t>(line_id_check_vlan_based_circuit_fmt(info, oltid));
-  LINE_ID_INFO(LOG_GENERAL, "format_mode:%d, cirt_type:%d\r\n", format_mode, cirt_type);
-  if (cirt_type == 0) {
-    const std::string_view fmt = line_id_get_vlan_based_circuit_fmt(info, oltid);
-    LINE_ID_INFO(LOG_GENERAL, "vlan-based circuit format:%.*s\r\n", static_cast<int>(fmt.size()), fmt.data());
-    return fmt;
+std::string_view choose_template(uint8_t oltid, uint8_t splice, const line_id_inf_info* info, bool traced) {
+  int32_t format_mode = line_id_get_switch(oltid, &line_id_common_cfg::line_id_format_type);
+  if (info->cid != 0 || traced) { // without a profile the instance's own template is all there is to ask for
+    const auto cirt_type = static_cast<uint8_t>(line_id_check_vlan_based_circuit_fmt(info, oltid));
+    LINE_ID_INFO(LOG_GENERAL, "format_mode:%d, cirt_type:%d\r\n", format_mode, cirt_type);
+    if (cirt_type == 0) {
+      const std::string_view fmt = line_id_get_vlan_based_circuit_fmt(info, oltid);
+      LINE_ID_INFO(LOG_GENERAL, "vlan-based circuit format:%.*s\r\n", static_cast<int>(fmt.size()), fmt.data());
+      return fmt;
+    }
+    if (cirt_type <= MODE_CNC) format_mode = cirt_type;
   }
-  if (cirt_type <= MODE_CNC) format_mode = cirt_type;
   if (format_mode == MODE_CUSTOM) {
     const line_id_common_cfg* cfg = line_id_cfg_of(oltid);
-    return cfg != nullptr ? line_id_template_view(cfg->circuit_id_custom_format) : std::string_view();
+    return cfg != nullptr ? line_id_template_field(cfg->circuit_id_custom_format) : std::string_view();
   }
   const bool is_cnc = format_mode == MODE_CNC;
   if (splice == SPLICE_HEAD) return (is_cnc ? CNC_SPLICE_FORMAT : CTC_SPLICE_FORMAT)[has_valid_identity(info) ? 1 : 0];
@@ -159,7 +161,7 @@ std::string_view line_id_get_vlan_based_circuit_fmt(const line_id_inf_info* info
   const line_id_common_cfg* cfg = line_id_cfg_of(oltid);
   if (cfg == nullptr) return {};
   const uint8_t cid = profile_of(info);
-  const std::string_view fmt = line_id_template_view(cfg->vlan_circuit_format[cid]);
+  const std::string_view fmt = line_id_template_field(cfg->vlan_circuit_format[cid]);
   LINE_ID_INFO(LOG_GENERAL, "fmt_template[%d]:%d, cirt_fmt_vlan[%d]:%.*s\r\n", cid, cfg->vlan_template[cid], cid,
                static_cast<int>(fmt.size()), fmt.data());
   return fmt;
@@ -167,16 +169,21 @@ std::string_view line_id_get_vlan_based_circuit_fmt(const line_id_inf_info* info
 
 int32_t line_id_print_circuit_id(uint8_t oltid, uint8_t* out, uint8_t splice, const line_id_inf_info* info) {
   if (out == nullptr) return line_id_refuse_null(__func__, __LINE__);
+  const bool traced = line_id_log_enabled(LOG_GENERAL, 2);
   const int32_t set = line_id_param_set_of(oltid, info->pkt_info_ptr->packet_type);
-  const std::string_view fmt = choose_template(oltid, splice, info);
-  LINE_ID_INFO(LOG_GENERAL, "lineid_set:%d, format_buf:%.*s#\r\n", set, static_cast<int>(fmt.size()), fmt.data());
+  const std::string_view fmt = choose_template(oltid, splice, info, traced);
+  if (traced) {
+    LINE_ID_INFO(LOG_GENERAL, "lineid_set:%d, format_buf:%.*s#\r\n", set, static_cast<int>(fmt.size()), fmt.data());
+  }
   const int32_t len = line_id_expand_template(set, fmt, reinterpret_cast<char*>(out));
   if (len < 0) {
     LINE_ID_WARN(LOG_GENERAL, "line_id_print_circuit_id failed(%d).\r\n", LINE_ID_ERR);
     return LINE_ID_ERR;
   }
-  LINE_ID_INFO(LOG_GENERAL, "lineid_set:%d, dest_buf:%.*s#\r\n", set, len, reinterpret_cast<const char*>(out));
-  LINE_ID_INFO(LOG_GENERAL, "opt_len:%d \r\n", len);
+  if (traced) {
+    LINE_ID_INFO(LOG_GENERAL, "lineid_set:%d, dest_buf:%.*s#\r\n", set, len, reinterpret_cast<const char*>(out));
+    LINE_ID_INFO(LOG_GENERAL, "opt_len:%d \r\n", len);
+  }
   return len;
 }
 

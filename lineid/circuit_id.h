@@ -36,5 +36,5 @@ int32_t line_id_circuit_id_none(const uint8_t* old, uint16_t old_len, uint8_t* o
 
 // The template type of its Circuit-ID profile (0 own, 1 CTC, 2 CNC), or -1 without a profile.
 int32_t line_id_check_vlan_based_circuit_fmt(const line_id_inf_info* info, uint8_t oltid);
-// Its template; empty without a profile.
+// Its template, the whole field; empty without an instance.
 std::string_view line_id_get_vlan_based_circuit_fmt(const line_id_inf_info* info, uint8_t oltid);

@@ -29,80 +29,132 @@ int32_t fill_letter(int32_t set, int32_t slot, std::string_view text) {
   return LINE_ID_ERR;
 }
 
-// ---- expansion: a template is taken apart once, and its parts are remembered with a copy of it
+// ---- expansion: a template is taken apart once, and its steps are remembered with a copy of it
 
-// One step of an expansion: octets of the template, or a letter.
-struct template_part {
+// One step of an expansion: octets of the template, then a letter.
+struct template_step {
   uint16_t at;
-  uint8_t len; // of octets that are copied
-  uint8_t kind;
+  uint8_t len; // of octets, at most BLOCK_LEN
+  uint8_t letter;
 };
-constexpr uint8_t PART_OCTETS = 0xFD; // as far as there is room
-constexpr uint8_t PART_PAIR = 0xFE;   // "%" and what follows it, both or neither; any other kind is a letter's slot
+constexpr uint8_t NO_LETTER = 0xFE; // octets alone, as far as there is room
+constexpr uint8_t PAIR_ONLY = 0xFF; // "%" and what follows it, both or neither; anything else is a letter's slot
 
-// No template expands further than this: each of its parts writes an octet at least, and has two at most for that.
+// No template expands further than this: each of its steps writes an octet at least, and has two at most for that.
 constexpr uint32_t TEMPLATE_LEN = 2 * LINE_ID_EXPANSION_LEN;
-constexpr uint32_t COPY_LEN = 16; // short pieces are copied as blocks of fixed size
+constexpr uint32_t BLOCK_LEN = LINE_ID_SHORT_TEXT_SIZE; // short pieces are copied as blocks of fixed size
 
 struct known_template {
-  const char* from;
-  uint32_t len;
-  uint32_t part_count;
-  char text[TEMPLATE_LEN + COPY_LEN]; // zeros behind it
-  template_part parts[LINE_ID_EXPANSION_LEN];
+  const char* from; // where it was found, and up to where it was looked for
+  uint32_t limit;
+  uint32_t compare_len; // octets that are as they were as long as the template is: the terminator is one of them
+  uint32_t step_count;
+  char text[TEMPLATE_LEN + BLOCK_LEN]; // zeros behind it
+  template_step steps[LINE_ID_EXPANSION_LEN];
 };
 
 // The worker, like the letters themselves.
-constexpr uint32_t KNOWN_TEMPLATES = 16;
+constexpr uint32_t KNOWN_TEMPLATES = 32;
+constexpr uint32_t HINTS = 64;
 known_template g_known_templates[KNOWN_TEMPLATES];
+known_template* g_template_hints[HINTS]; // by place: the one that was known there last, or null
 
 void add_octet(known_template& known, uint32_t at) {
-  if (known.part_count > 0) {
-    template_part& last = known.parts[known.part_count - 1];
-    if (last.kind == PART_OCTETS && last.at + last.len == at && last.len < UINT8_MAX) {
+  if (known.step_count > 0) {
+    template_step& last = known.steps[known.step_count - 1];
+    if (last.letter == NO_LETTER && last.at + last.len == at && last.len < BLOCK_LEN) {
       ++last.len;
       return;
     }
   }
-  known.parts[known.part_count++] = {static_cast<uint16_t>(at), 1, PART_OCTETS};
+  known.steps[known.step_count++] = {static_cast<uint16_t>(at), 1, NO_LETTER};
 }
 
-void take_apart(known_template& known, std::string_view fmt) {
+void add_letter(known_template& known, uint8_t letter) {
+  if (known.step_count > 0 && known.steps[known.step_count - 1].letter == NO_LETTER) {
+    known.steps[known.step_count - 1].letter = letter;
+  } else {
+    known.steps[known.step_count++] = {0, 0, letter};
+  }
+}
+
+__attribute__((cold)) void take_apart(known_template& known, std::string_view limits) {
   known = {};
-  known.from = fmt.data();
-  known.len = static_cast<uint32_t>(fmt.size());
+  known.from = limits.data();
+  known.limit = static_cast<uint32_t>(limits.size());
+  const std::string_view fmt = limits.substr(0, limits.find('\0'));
+  known.compare_len = static_cast<uint32_t>(std::min(fmt.size() + 1, limits.size()));
   if (!fmt.empty()) std::memcpy(known.text, fmt.data(), fmt.size());
-  for (uint32_t pos = 0; pos < fmt.size() && known.part_count < LINE_ID_EXPANSION_LEN;) {
+  for (uint32_t pos = 0; pos < fmt.size() && known.step_count < LINE_ID_EXPANSION_LEN;) {
     if (fmt[pos] != '%') {
       add_octet(known, pos++);
       continue;
     }
     const int32_t slot = line_id_param_slot(char_at(fmt, pos + 1));
-    const uint8_t kind = slot >= 0 ? static_cast<uint8_t>(slot) : PART_PAIR;
-    // ODD: a lone "%" at the end is followed by a zero octet.
-    known.parts[known.part_count++] = {static_cast<uint16_t>(pos), 2, kind};
+    if (slot >= 0) {
+      add_letter(known, static_cast<uint8_t>(slot));
+    } else {
+      // ODD: a lone "%" at the end is followed by a zero octet.
+      known.steps[known.step_count++] = {static_cast<uint16_t>(pos), 2, PAIR_ONLY};
+    }
     pos += 2;
   }
 }
 
-// Whoever changes a template in place gets it taken apart again.
-const known_template& parts_of(std::string_view fmt) {
-  static uint32_t next = 0;
-  fmt = fmt.substr(0, TEMPLATE_LEN);
-  for (known_template& known : g_known_templates) {
-    if (known.from != fmt.data() || known.len != fmt.size()) continue;
-    if (std::memcmp(known.text, fmt.data(), fmt.size()) != 0) take_apart(known, fmt);
-    return known;
-  }
-  known_template& oldest = g_known_templates[next++ % KNOWN_TEMPLATES];
-  take_apart(oldest, fmt);
-  return oldest;
+bool is_from(const known_template& known, std::string_view limits) {
+  return known.from == limits.data() && known.limit == limits.size();
 }
 
-void trace_letter(int32_t set, const template_part& part, std::string_view text, const char* out, uint32_t used) {
+__attribute__((cold)) known_template* find_template(std::string_view limits) {
+  static uint32_t next = 0;
+  for (known_template& known : g_known_templates) {
+    if (is_from(known, limits)) return &known;
+  }
+  known_template& oldest = g_known_templates[next++ % KNOWN_TEMPLATES];
+  take_apart(oldest, limits);
+  return &oldest;
+}
+
+// Whoever changes a template in place gets it taken apart again.
+const known_template& steps_of(std::string_view limits) {
+  limits = limits.substr(0, TEMPLATE_LEN);
+  const auto place = reinterpret_cast<uintptr_t>(limits.data());
+  known_template*& hint = g_template_hints[(place >> 8 ^ place >> 4) % HINTS];
+  if (hint == nullptr || !is_from(*hint, limits)) hint = find_template(limits);
+  known_template& known = *hint;
+  if (std::memcmp(known.text, limits.data(), known.compare_len) != 0) take_apart(known, limits);
+  return known;
+}
+
+std::string_view text_of(int32_t set, uint8_t letter) {
+  const std::string_view text = line_id_param_view(set, letter);
+  return text.empty() ? "0" : text;
+}
+
+void trace_letter(int32_t set, uint8_t letter, std::string_view text, const char* out, uint32_t used) {
   const int len = static_cast<int>(text.size());
-  LINE_ID_INFO(LOG_GENERAL, "g_lineid_params[%d][%d]:%.*s.\r\n", set, part.kind, len, text.data());
+  LINE_ID_INFO(LOG_GENERAL, "g_lineid_params[%d][%d]:%.*s.\r\n", set, letter, len, text.data());
   LINE_ID_INFO(LOG_GENERAL, "pv_len:%d, b:%.*s#\r\n", len, static_cast<int>(used), out);
+}
+
+// The steps from `step` on, where room has become scarce, or with their traces: octets used in all.
+__attribute__((cold)) uint32_t expand_rest(int32_t set, const known_template& known, const template_step* step,
+                                           char* out, uint32_t used) {
+  for (const template_step* end = known.steps + known.step_count; step != end; ++step) {
+    uint32_t room = LINE_ID_EXPANSION_LEN - used;
+    if (step->letter == PAIR_ONLY && step->len > room) break;
+    const uint32_t len = std::min<uint32_t>(step->len, room);
+    std::memcpy(out + used, known.text + step->at, len);
+    used += len;
+    if (step->letter >= NO_LETTER) continue;
+    const std::string_view text = text_of(set, step->letter);
+    room -= len;
+    if (text.size() > room) break; // a value is written whole or not at all
+    std::memcpy(out + used, text.data(), text.size());
+    used += static_cast<uint32_t>(text.size());
+    trace_letter(set, step->letter, text, out, used);
+  }
+  return used;
 }
 
 } // namespace
@@ -137,32 +189,35 @@ int32_t line_id_expand_template(int32_t set, std::string_view fmt, char* out) {
     LINE_ID_WARN(LOG_GENERAL, "line_id_print_format (%d).\r\n", LINE_ID_ERR_LEVEL);
     return LINE_ID_ERR_LEVEL;
   }
-  static constexpr char NO_TEXT[COPY_LEN] = "0"; // of a letter without one
-  const known_template& known = parts_of(fmt);
-  const bool traced = line_id_log_enabled(LOG_GENERAL, 2);
+  const known_template& known = steps_of(fmt);
+  const template_step* step = known.steps;
+  const template_step* end = step + known.step_count;
+  const uint8_t* lengths = g_params_len[set];
+  const int64_t* numbers = g_params_number[set];
+  char* const* texts = g_lineid_params[set];
   uint32_t used = 0;
-  for (const template_part *part = known.parts, *end = part + known.part_count; part != end; ++part) {
-    const bool is_letter = part->kind < PART_OCTETS;
-    const char* piece = known.text + part->at;
-    uint32_t len = part->len;
-    if (is_letter) {
-      const std::string_view text = line_id_param_view(set, part->kind);
-      piece = text.empty() ? NO_TEXT : text.data();
-      len = text.empty() ? 1 : static_cast<uint32_t>(text.size());
-    }
-    if (len <= COPY_LEN && used <= LINE_ID_EXPANSION_LEN - COPY_LEN) {
-      std::memcpy(out + used, piece, COPY_LEN);
+  // Up to here a step has room for its block of octets and for any letter.
+  constexpr uint32_t ROOMY = LINE_ID_EXPANSION_LEN - BLOCK_LEN - LINE_ID_PARAM_LEN;
+  for (const bool traced = line_id_log_enabled(LOG_GENERAL, 2); step != end && used <= ROOMY && !traced; ++step) {
+    std::memcpy(out + used, known.text + step->at, BLOCK_LEN);
+    used += step->len;
+    if (step->letter >= NO_LETTER) continue;
+    const uint32_t len = lengths[step->letter];
+    if (len == PARAM_NUMBER) {
+      used += line_id_put_decimal(out + used, static_cast<int32_t>(numbers[step->letter]));
+    } else if (len - 1 < BLOCK_LEN) {
+      std::memcpy(out + used, texts[step->letter], BLOCK_LEN);
+      used += len;
     } else {
-      if (part->kind == PART_OCTETS) len = std::min(len, LINE_ID_EXPANSION_LEN - used);
-      if (len > LINE_ID_EXPANSION_LEN - used) break; // a value or a pair is written whole or not at all
-      std::memcpy(out + used, piece, len);
+      const std::string_view text = text_of(set, step->letter);
+      std::memcpy(out + used, text.data(), text.size());
+      used += static_cast<uint32_t>(text.size());
     }
-    used += len;
-    if (traced && is_letter) trace_letter(set, *part, {piece, len}, out, used);
   }
+  if (step != end) used = expand_rest(set, known, step, out, used);
   // What a block has written too far goes away again: the caller's buffer was zeroed.
-  if (LINE_ID_EXPANSION_LEN - used >= COPY_LEN) {
-    std::memset(out + used, 0, COPY_LEN);
+  if (LINE_ID_EXPANSION_LEN - used >= BLOCK_LEN) {
+    std::memset(out + used, 0, BLOCK_LEN);
   } else {
     std::memset(out + used, 0, LINE_ID_EXPANSION_LEN - used);
   }

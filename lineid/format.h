@@ -35,7 +35,11 @@ inline constexpr std::string_view CTC_SPLICE_FORMAT[2] = {
     "0 0/0/0:%s.%c %a/%r/%f/%S/0/%p/%m ",
 };
 
-// A stored template: up to its terminator, or all of its 256 octets.
+// A stored template, for expansion: its whole field.
+inline std::string_view line_id_template_field(const char (&field)[LINE_ID_FORMAT_LEN]) {
+  return {field, LINE_ID_FORMAT_LEN};
+}
+// The same without what is behind it: up to its terminator, or all of its 256 octets.
 inline std::string_view line_id_template_view(const char (&field)[LINE_ID_FORMAT_LEN]) {
   const std::string_view all(field, LINE_ID_FORMAT_LEN);
   return all.substr(0, all.find('\0'));
@@ -44,8 +48,8 @@ inline std::string_view line_id_template_view(const char (&field)[LINE_ID_FORMAT
 // 0 for a character that may follow a reference (the terminator included), else -1.
 int32_t line_id_check_delimiter(char ch);
 
-// Expand `fmt` with a set's letters into `out`, which holds at least LINE_ID_EXPANSION_LEN octets; no terminator.
-// Octets written, perhaps of a text cut short, or -31 for a bad set.
+// Expand `fmt`, up to its terminator if there is one, with a set's letters into `out`, which holds at least
+// LINE_ID_EXPANSION_LEN octets; no terminator. Octets written, perhaps of a text cut short, or -31 for a bad set.
 int32_t line_id_expand_template(int32_t set, std::string_view fmt, char* out);
 
 // Pick the letters' texts back out of `length` octets of an identifier: fills the letters whose flag is 0, up to 50

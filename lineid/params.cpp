@@ -2,7 +2,6 @@
 #include "lineid/params.h"
 
 #include <array>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,6 +13,7 @@
 char* g_lineid_params[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
 int8_t g_params_flag[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
 uint8_t g_params_len[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
+int64_t g_params_number[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
 uint16_t g_line_id_param_set;
 
 namespace {
@@ -24,9 +24,6 @@ constexpr size_t BLOCK_LEN = size_t{LINE_ID_PARAM_SETS} * LINE_ID_PARAM_SLOTS * 
 
 // The buffers that line_id_init_params hands out, all in one; never freed. Buffers outside of it were allocated alone.
 char* g_param_block = nullptr;
-
-// The numbers whose text has not been asked for.
-int64_t g_params_number[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
 
 // All ones for the slots of device-wide letters.
 constexpr std::array<uint8_t, LINE_ID_PARAM_ROW> device_slots() {
@@ -69,40 +66,11 @@ void store_text(int32_t set, int32_t slot, std::string_view text) {
   text = text.substr(0, LINE_ID_PARAM_LEN);
   g_params_len[set][slot] = static_cast<uint8_t>(text.size());
   char* buffer = g_lineid_params[set][slot];
-  if (text.size() < LINE_ID_SHORT_TEXT_SIZE) {
-    char octets[LINE_ID_SHORT_TEXT_SIZE] = {};
-    for (size_t i = 0; i < text.size(); ++i) octets[i] = text[i];
-    std::memcpy(buffer, octets, sizeof(octets));
-    return;
-  }
   std::memmove(buffer, text.data(), text.size());
   std::memset(buffer + text.size(), 0, LINE_ID_TEXT_SIZE - text.size());
 }
 
-// Calls `write` for each set that the provider fills, but for those whose letter is pinned.
-template <class Write> void write_provided(int32_t slot, int32_t flag, Write write) {
-  const auto write_one = [slot, flag, write](int32_t set) {
-    if (g_params_flag[set][slot] >= PARAM_PINNED) return;
-    write(set);
-    g_params_flag[set][slot] = static_cast<int8_t>(flag);
-  };
-  if (g_line_id_param_set != LINE_ID_ALL_SETS) return write_one(g_line_id_param_set);
-  for (int32_t set = 0; set < LINE_ID_ALL_SETS; ++set) write_one(set);
-}
-
-// In decimal, without terminator, at most 11 octets: how many. Most numbers of a line have one or two digits.
-uint32_t write_decimal(char* to, int32_t value) {
-  if (value >= 0 && value < 10) {
-    to[0] = static_cast<char>('0' + value);
-    return 1;
-  }
-  if (value >= 10 && value < 100) {
-    to[0] = static_cast<char>('0' + value / 10);
-    to[1] = static_cast<char>('0' + value % 10);
-    return 2;
-  }
-  return static_cast<uint32_t>(std::to_chars(to, to + LINE_ID_SHORT_TEXT_SIZE - 1, value).ptr - to);
-}
+uint64_t mac_number(const uint8_t* mac) { return uint64_t{line_id_get_u16(mac)} << 32 | line_id_get_u32(mac + 2); }
 
 // Twelve hexadecimal digits.
 line_id_short_text mac_digits(uint64_t mac) {
@@ -246,7 +214,7 @@ std::string_view line_id_param_text_of_number(int32_t set, int32_t slot) {
     std::memcpy(buffer, text.octets, sizeof(text.octets));
     len = text.len;
   } else {
-    len = write_decimal(buffer, static_cast<int32_t>(number));
+    len = line_id_put_decimal(buffer, static_cast<int32_t>(number));
   }
   g_params_len[set][slot] = static_cast<uint8_t>(len);
   return {buffer, len};
@@ -349,9 +317,11 @@ int32_t line_id_param_proc(int32_t set, line_id_inf_info* info) {
   if (g_device_if.param_provider == nullptr) return LINE_ID_OK;
   const int32_t ret = g_device_if.param_provider(PROVIDER_FRAME, line_id_param_write_inf, info);
   if (ret != LINE_ID_OK || info == nullptr || info->pkt_info_ptr == nullptr) return ret;
+  const line_id_pkt_info* pkt = info->pkt_info_ptr;
+  if (pkt->packet_type - 1 == set % 4 && line_id_info_oltid(info) == set / 4) return ret;
   // Sets that the frame's identifiers may now be printed from; they still hold another subscriber's letters.
   for (const int32_t oltid : {set / 4, int32_t{line_id_info_oltid(info)}}) {
-    const int32_t target = oltid * 4 + info->pkt_info_ptr->packet_type - 1;
+    const int32_t target = line_id_param_set_of(static_cast<uint8_t>(oltid), pkt->packet_type);
     if (target != set && line_id_is_param_set(target)) copy_line_letters(set, target);
   }
   return ret;
@@ -367,41 +337,32 @@ int line_id_param_write_inf(int letter, const char* text, int, int flag) {
   return LINE_ID_OK;
 }
 
-void line_id_param_write_text(int32_t letter, std::string_view text, int32_t flag) {
+void line_id_put_mac(int32_t set, char letter, const uint8_t* mac) {
+  if (line_id_is_pinned(set, letter)) return;
   const int32_t slot = letter - 'A';
-  write_provided(slot, flag, [slot, text](int32_t set) {
-    if (text.empty() || buffer_of(set, slot) == nullptr) {
-      g_params_len[set][slot] = 0;
-    } else {
-      store_text(set, slot, text);
-    }
-  });
+  g_params_number[set][slot] = static_cast<int64_t>(mac_number(mac));
+  g_params_len[set][slot] = PARAM_MAC;
+  g_params_flag[set][slot] = PARAM_SET;
 }
 
-void line_id_param_write_number(int32_t letter, int32_t value, int32_t flag) {
+void line_id_put_text(int32_t set, char letter, const char (&text)[LINE_ID_TEXT_SIZE]) {
+  if (line_id_is_pinned(set, letter)) return;
   const int32_t slot = letter - 'A';
-  write_provided(slot, flag, [slot, value](int32_t set) {
-    g_params_number[set][slot] = value;
-    g_params_len[set][slot] = PARAM_NUMBER;
-  });
-}
-
-void line_id_param_write_mac(int32_t letter, const uint8_t* mac, int32_t flag) {
-  const int32_t slot = letter - 'A';
-  write_provided(slot, flag, [slot, mac](int32_t set) {
-    g_params_number[set][slot] = static_cast<int64_t>(line_id_get_u16(mac)) << 32 | line_id_get_u32(mac + 2);
-    g_params_len[set][slot] = PARAM_MAC;
-  });
+  g_params_flag[set][slot] = PARAM_SET;
+  g_params_len[set][slot] = 0;
+  if (text[0] == '\0') return;
+  char* buffer = buffer_of(set, slot);
+  if (buffer == nullptr) return;
+  std::memcpy(buffer, text, LINE_ID_TEXT_SIZE);
+  g_params_len[set][slot] = static_cast<uint8_t>(std::strlen(text));
 }
 
 line_id_short_text line_id_decimal_text(int32_t value) {
   line_id_short_text text = {};
-  text.len = write_decimal(text.octets, value);
+  text.len = line_id_put_decimal(text.octets, value);
   return text;
 }
 
-line_id_short_text line_id_mac_text(const uint8_t* mac) {
-  return mac_digits(uint64_t{line_id_get_u16(mac)} << 32 | line_id_get_u32(mac + 2));
-}
+line_id_short_text line_id_mac_text(const uint8_t* mac) { return mac_digits(mac_number(mac)); }
 
 void line_id_printf_mac(const uint8_t* mac) { std::fputs(line_id_mac_text(mac).octets, stdout); }

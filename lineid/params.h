@@ -9,6 +9,8 @@
 
 #include "core/records.h"
 
+#include <charconv>
+#include <cstring>
 #include <string_view>
 
 constexpr int32_t LINE_ID_ALL_SETS = LINE_ID_PARAM_SETS; // the provider's target at start-up
@@ -33,8 +35,9 @@ extern int8_t g_params_flag[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
 constexpr uint8_t PARAM_NUMBER = 0xFE;
 constexpr uint8_t PARAM_MAC = 0xFF;
 extern uint8_t g_params_len[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
+extern int64_t g_params_number[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
 
-// A text of up to this size is followed by zeros up to it.
+// Room for the text of any number or MAC address.
 constexpr uint32_t LINE_ID_SHORT_TEXT_SIZE = 16;
 
 // The set that the provider's write callback fills; 36 means all.
@@ -112,12 +115,50 @@ int32_t line_id_param_proc(int32_t set, line_id_inf_info* info);
 // The provider's write callback: into g_line_id_param_set. The length is not used; any flag but 0 counts as 1, so that
 // no hook can pin one subscriber's text for all others. Always 0.
 int line_id_param_write_inf(int letter, const char* text, int length, int flag);
-// The same for the agent's own letters, whose form and length are known.
-void line_id_param_write_text(int32_t letter, std::string_view text, int32_t flag);
-void line_id_param_write_number(int32_t letter, int32_t value, int32_t flag);
-void line_id_param_write_mac(int32_t letter, const uint8_t* mac, int32_t flag);
+
+// ---- the agent's own letters: a set and a letter that are known to be good, nothing for a pinned letter
+
+inline bool line_id_is_pinned(int32_t set, char letter) { return g_params_flag[set][letter - 'A'] >= PARAM_PINNED; }
+
+inline void line_id_put_number(int32_t set, char letter, int32_t value, int8_t flag = PARAM_SET) {
+  if (line_id_is_pinned(set, letter)) return;
+  const int32_t slot = letter - 'A';
+  g_params_number[set][slot] = value;
+  g_params_len[set][slot] = PARAM_NUMBER;
+  g_params_flag[set][slot] = flag;
+}
+void line_id_put_mac(int32_t set, char letter, const uint8_t* mac);
+// Of a terminated text.
+void line_id_put_text(int32_t set, char letter, const char (&text)[LINE_ID_TEXT_SIZE]);
 
 // ---- texts of numbers, and of MAC addresses as 12 lower-case hexadecimal digits
+
+// In decimal, at most 11 octets and no terminator: how many. Most numbers of a line have up to four digits.
+inline uint32_t line_id_put_decimal(char* to, int32_t value) {
+  static constexpr char PAIRS[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                                  "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                                  "8081828384858687888990919293949596979899";
+  const auto number = static_cast<uint32_t>(value);
+  if (number < 10) {
+    to[0] = static_cast<char>('0' + number);
+    return 1;
+  }
+  if (number < 100) {
+    std::memcpy(to, PAIRS + 2 * number, 2);
+    return 2;
+  }
+  if (number < 1000) {
+    to[0] = static_cast<char>('0' + number / 100);
+    std::memcpy(to + 1, PAIRS + 2 * (number % 100), 2);
+    return 3;
+  }
+  if (number < 10000) {
+    std::memcpy(to, PAIRS + 2 * (number / 100), 2);
+    std::memcpy(to + 2, PAIRS + 2 * (number % 100), 2);
+    return 4;
+  }
+  return static_cast<uint32_t>(std::to_chars(to, to + LINE_ID_SHORT_TEXT_SIZE - 1, value).ptr - to);
+}
 
 // Zeros behind the text, at least one.
 struct line_id_short_text {

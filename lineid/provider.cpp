@@ -12,32 +12,40 @@ constexpr uint8_t MODE_FRAME = 2;
 
 struct tech_form {
   uint8_t form;
-  const char* text; // letter F
-  bool is_kept;     // in the line information; the others leave it as it was
+  bool is_kept;                 // in the line information; the others leave it as it was
+  char text[LINE_ID_TEXT_SIZE]; // letter F
 };
 constexpr tech_form TECH_FORMS[] = {
-    {LINE_ID_FORM_GP, "GP", true}, {LINE_ID_FORM_EP, "EP", false},  {LINE_ID_FORM_XE, "XE", false},
-    {LINE_ID_FORM_XG, "XG", true}, {LINE_ID_FORM_XGS, "XGS", true}, {LINE_ID_FORM_NONE, "", false},
+    {LINE_ID_FORM_GP, true, "GP"}, {LINE_ID_FORM_EP, false, "EP"},  {LINE_ID_FORM_XE, false, "XE"},
+    {LINE_ID_FORM_XG, true, "XG"}, {LINE_ID_FORM_XGS, true, "XGS"}, {LINE_ID_FORM_NONE, false, ""},
 };
-
-// The parameter table's own callback is spared the way over terminated texts.
-bool is_own(line_id_param_write_func write) { return write == line_id_param_write_inf; }
+constexpr char NO_TEXT[LINE_ID_TEXT_SIZE] = "";
+constexpr char ATM_TEXT[LINE_ID_TEXT_SIZE] = "atm"; // letter t
+constexpr char ETH_TEXT[LINE_ID_TEXT_SIZE] = "eth";
 
 void write_text(line_id_param_write_func write, char letter, const char* text, int flag = PARAM_SET) {
-  const std::string_view view = text;
-  if (is_own(write)) return line_id_param_write_text(letter, view, flag);
-  write(letter, text, static_cast<int>(view.size()), flag);
+  write(letter, text, static_cast<int>(std::strlen(text)), flag);
 }
 
 void write_int(line_id_param_write_func write, char letter, int32_t value, int flag = PARAM_SET) {
-  if (is_own(write)) return line_id_param_write_number(letter, value, flag);
   write_text(write, letter, line_id_decimal_text(value).octets, flag);
 }
 
 void write_mac(line_id_param_write_func write, char letter, const uint8_t* mac) {
-  if (is_own(write)) return line_id_param_write_mac(letter, mac, PARAM_SET);
   write_text(write, letter, line_id_mac_text(mac).octets);
 }
+
+// The parameter table's own callback, for the one set of a frame, is spared the way over terminated texts.
+struct own_set {
+  int32_t set;
+};
+void write_text(own_set own, char letter, const char (&text)[LINE_ID_TEXT_SIZE]) {
+  line_id_put_text(own.set, letter, text);
+}
+void write_int(own_set own, char letter, int32_t value, int8_t flag = PARAM_SET) {
+  line_id_put_number(own.set, letter, value, flag);
+}
+void write_mac(own_set own, char letter, const uint8_t* mac) { line_id_put_mac(own.set, letter, mac); }
 
 int32_t write_type_name(line_id_param_write_func write, char letter, int (*get_name)(char*, uint32_t)) {
   if (get_name == nullptr) return LINE_ID_OK;
@@ -114,9 +122,9 @@ int32_t line_id_write_onu_register_info_param(line_id_inf_info* info) {
   return LINE_ID_OK;
 }
 
-// The technology's text, "" without the callback. 0, -1, or -14 for an unknown form.
-int32_t get_tech_text(const char*& text, line_id_inf_info* info) {
-  text = "";
+// The technology with its text, null without the callback. 0, -1, or -14 for an unknown form.
+int32_t get_tech_text(const tech_form*& found, line_id_inf_info* info) {
+  found = nullptr;
   const auto get_form = g_hal_func_obj.get_access_device_tech_form;
   if (get_form == nullptr) return LINE_ID_OK;
   const line_id_pkt_info* pkt = info->pkt_info_ptr;
@@ -128,7 +136,7 @@ int32_t get_tech_text(const char*& text, line_id_inf_info* info) {
   }
   for (const tech_form& row : TECH_FORMS) {
     if (row.form != form) continue;
-    text = row.text;
+    found = &row;
     if (!row.is_kept) return LINE_ID_OK;
     info->form = form;
     LINE_ID_INFO(LOG_DEVICE, "inf_info_ptr->form = %d.\r\n", info->form);
@@ -145,7 +153,7 @@ int32_t line_id_write_onu_port_info_param(line_id_inf_info* info) {
   return ret;
 }
 
-int32_t write_port_letters(line_id_param_write_func write, line_id_inf_info* info) {
+template <class Writer> int32_t write_port_letters(Writer write, line_id_inf_info* info) {
   if (g_hal_func_obj.get_onu_port_info_by_logic_port == nullptr) return LINE_ID_OK;
   if (const int32_t ret = line_id_write_onu_port_info_param(info); ret != 0) {
     LINE_ID_WARN(LOG_DEVICE, "line_id_write_onu_port_info_param ,ret_val(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
@@ -153,12 +161,12 @@ int32_t write_port_letters(line_id_param_write_func write, line_id_inf_info* inf
   }
   switch (info->port.port_type) {
   case LINE_ID_PORT_ATM:
-    write_text(write, 't', "atm");
+    write_text(write, 't', ATM_TEXT);
     write_int(write, 'X', info->port.circuit_x);
     write_int(write, 'x', info->port.circuit_y);
     return LINE_ID_OK;
   case LINE_ID_PORT_ETH:
-    write_text(write, 't', "eth");
+    write_text(write, 't', ETH_TEXT);
     write_int(write, 'X', info->pkt_info_ptr->svlan);
     write_int(write, 'x', info->pkt_info_ptr->cvlan);
     return LINE_ID_OK;
@@ -166,8 +174,8 @@ int32_t write_port_letters(line_id_param_write_func write, line_id_inf_info* inf
   }
 }
 
-void write_line_letters(line_id_param_write_func write, const line_id_inf_info* info, uint16_t olt_slot,
-                        const char* tech_text) {
+template <class Writer>
+void write_line_letters(Writer write, const line_id_inf_info* info, uint16_t olt_slot, const tech_form* tech) {
   const line_id_pkt_info* pkt = info->pkt_info_ptr;
   // ODD: the port's number replaces the second coordinate that was just written, "0" when nobody filled it.
   write_int(write, 'x', info->port.number[0] << 8 | info->port.number[1]);
@@ -176,7 +184,7 @@ void write_line_letters(line_id_param_write_func write, const line_id_inf_info* 
   write_int(write, 'S', olt_slot);
   write_int(write, 'T', info->onu_slot);
   write_int(write, 'M', info->onu_sub_slot);
-  write_text(write, 'F', tech_text);
+  write_text(write, 'F', tech != nullptr ? tech->text : NO_TEXT);
   write_mac(write, 'h', info->client_mac);
   // ODD: the port number has a text, yet counts as not set, so that a received identifier may replace it.
   if (pkt->onu_portid != 0) write_int(write, 'P', pkt->onu_portid, PARAM_FREE);
@@ -188,7 +196,7 @@ void write_line_letters(line_id_param_write_func write, const line_id_inf_info* 
   write_text(write, 'C', info->onu.onu_text_c);
 }
 
-int32_t write_frame_facts(line_id_param_write_func write, line_id_inf_info* info) {
+template <class Writer> int32_t write_frame_facts(Writer write, line_id_inf_info* info) {
   uint16_t olt_slot = 0;
   if (get_slots(olt_slot, info) != LINE_ID_OK) return LINE_ID_ERR;
   if (g_hal_func_obj.get_onu_reg_info_by_optional_elem != nullptr) {
@@ -197,10 +205,10 @@ int32_t write_frame_facts(line_id_param_write_func write, line_id_inf_info* info
       return LINE_ID_ERR;
     }
   }
-  const char* tech_text = nullptr;
-  if (const int32_t ret = get_tech_text(tech_text, info); ret != LINE_ID_OK) return ret;
+  const tech_form* tech = nullptr;
+  if (const int32_t ret = get_tech_text(tech, info); ret != LINE_ID_OK) return ret;
   if (write_port_letters(write, info) != LINE_ID_OK) return LINE_ID_ERR;
-  write_line_letters(write, info, olt_slot, tech_text);
+  write_line_letters(write, info, olt_slot, tech);
   return LINE_ID_OK;
 }
 
@@ -257,7 +265,9 @@ int32_t line_id_hal_param_func(uint8_t mode, line_id_param_write_func write, lin
       return LINE_ID_ERR;
     }
   } else if (mode == MODE_FRAME) {
-    if (const int32_t ret = write_frame_facts(write, info); ret != LINE_ID_OK) return ret;
+    const bool is_own = write == line_id_param_write_inf && line_id_is_param_set(g_line_id_param_set);
+    const int32_t ret = is_own ? write_frame_facts(own_set{g_line_id_param_set}, info) : write_frame_facts(write, info);
+    if (ret != LINE_ID_OK) return ret;
   }
   return call_hook(mode, write, is_start ? nullptr : info);
 }

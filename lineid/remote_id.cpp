@@ -14,7 +14,7 @@ constexpr uint8_t KIND_DHCPV6 = LINE_ID_DHCPV6 - 1;
 std::string_view instance_template(uint8_t oltid, uint8_t kind0) {
   const line_id_common_cfg* cfg = line_id_cfg_of(oltid);
   if (cfg == nullptr) return {};
-  return line_id_template_view(kind0 == KIND_DHCPV6 ? cfg->option37_format : cfg->remote_id_format);
+  return line_id_template_field(kind0 == KIND_DHCPV6 ? cfg->option37_format : cfg->remote_id_format);
 }
 
 uint8_t profile_of(const line_id_inf_info* info) { return info->rid <= LINE_ID_VLAN_PROFILES ? info->rid : 0; }
@@ -29,7 +29,7 @@ std::string_view line_id_get_vlan_based_remote_fmt(const line_id_inf_info* info,
   const line_id_common_cfg* cfg = line_id_cfg_of(oltid);
   if (cfg == nullptr) return {};
   const uint8_t rid = profile_of(info);
-  const std::string_view fmt = line_id_template_view(cfg->vlan_remote_format[rid]);
+  const std::string_view fmt = line_id_template_field(cfg->vlan_remote_format[rid]);
   LINE_ID_INFO(LOG_GENERAL, "fmt_template[%d]:%d, rmt_fmt_vlan[%d]:%.*s\r\n", rid, cfg->vlan_template[rid], rid,
                static_cast<int>(fmt.size()), fmt.data());
   return fmt;

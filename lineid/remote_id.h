@@ -23,5 +23,5 @@ int32_t line_id_remote_id_none(const uint8_t* old, uint16_t old_len, uint8_t* ou
 
 // 0 when the frame has a Remote-ID profile, else -1.
 int32_t line_id_check_vlan_based_remote_fmt(const line_id_inf_info* info, uint8_t oltid);
-// Its template; empty without a profile.
+// Its template, the whole field; empty without an instance.
 std::string_view line_id_get_vlan_based_remote_fmt(const line_id_inf_info* info, uint8_t oltid);
