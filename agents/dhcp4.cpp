@@ -217,33 +217,33 @@ int32_t line_id_dhcp_option82_proc(uint8_t oltid, const uint8_t* option_ptr, uin
                                    line_id_inf_info* info) {
   LINE_ID_INFO(LOG_DHCPV4, "dhcp_option82 proc,op = %d\r\n", op);
   if (op == OPERATION_REMOVE && OPTION82_RULE.dn_strip() != 1) return LINE_ID_ERR; // the headers stay as they are
-  const int32_t ret = line_id_option_operate(OPTION82_RULE, oltid, option_ptr, old_tag_len, op, info);
+  const int32_t ret = line_id_option_operate<OPTION82_RULE>(oltid, option_ptr, old_tag_len, op, info);
   line_id_close_dhcp4(info->new_pkt, info->new_pkt_len, line_id_vlan_tag_len(info));
   return ret;
 }
 
 int32_t line_id_dhcp_option82_remove(const uint8_t* old_tag_ptr, uint32_t old_tag_len, line_id_inf_info* info) {
-  return line_id_option_remove(OPTION82_RULE, old_tag_ptr, old_tag_len, info);
+  return line_id_option_remove<OPTION82_RULE>(old_tag_ptr, old_tag_len, info);
 }
 
 int32_t line_id_dhcp_option82_replace(uint8_t oltid, const uint8_t* old_tag_ptr, uint32_t old_tag_len,
                                       line_id_inf_info* info) {
-  return line_id_option_replace(OPTION82_RULE, oltid, old_tag_ptr, old_tag_len, info);
+  return line_id_option_replace<OPTION82_RULE>(oltid, old_tag_ptr, old_tag_len, info);
 }
 
 int32_t line_id_dhcp_option82_modify(uint8_t oltid, const uint8_t* old_tag_ptr, uint32_t old_tag_len,
                                      line_id_inf_info* info) {
-  return line_id_option_modify(OPTION82_RULE, oltid, old_tag_ptr, old_tag_len, info);
+  return line_id_option_modify<OPTION82_RULE>(oltid, old_tag_ptr, old_tag_len, info);
 }
 
 int32_t line_id_dhcp_option82_circuit_id_proc(uint8_t oltid, const uint8_t* old_sub_opt, uint16_t old_sub_opt_len,
                                               uint8_t* dest, uint16_t* new_sub_opt_len, uint8_t op,
                                               line_id_inf_info* info) {
-  return line_id_option_circuit_id(OPTION82_RULE, oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len, op, info);
+  return line_id_option_circuit_id<OPTION82_RULE>(oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len, op, info);
 }
 
 int32_t line_id_dhcp_option82_remote_id_proc(uint8_t oltid, const uint8_t* old_sub_opt, uint16_t old_sub_opt_len,
                                              uint8_t* dest, uint16_t* new_sub_opt_len, uint8_t op,
                                              line_id_inf_info* info) {
-  return line_id_option_remote_id(OPTION82_RULE, oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len, op, info);
+  return line_id_option_remote_id<OPTION82_RULE>(oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len, op, info);
 }

@@ -272,33 +272,33 @@ int32_t line_id_pppoe_event_proc(line_id_unit* unit, uint8_t* new_pkt, line_id_i
 int32_t line_id_pppoe_plus_proc(uint8_t oltid, const uint8_t* tag_ptr, uint32_t old_tag_len, uint8_t op,
                                 line_id_inf_info* info) {
   LINE_ID_INFO(LOG_PPPOE, "pppoe plus proc,op = %d\r\n", op);
-  return line_id_option_operate(VENDOR_TAG_RULE, oltid, tag_ptr, old_tag_len, op, info);
+  return line_id_option_operate<VENDOR_TAG_RULE>(oltid, tag_ptr, old_tag_len, op, info);
 }
 
 int32_t line_id_pppoe_plus_remove(const uint8_t* old_tag_ptr, uint32_t old_tag_len, line_id_inf_info* info) {
-  return line_id_option_remove(VENDOR_TAG_RULE, old_tag_ptr, old_tag_len, info);
+  return line_id_option_remove<VENDOR_TAG_RULE>(old_tag_ptr, old_tag_len, info);
 }
 
 int32_t line_id_pppoe_plus_replace(uint8_t oltid, const uint8_t* old_tag_ptr, uint32_t old_tag_len,
                                    line_id_inf_info* info) {
-  return line_id_option_replace(VENDOR_TAG_RULE, oltid, old_tag_ptr, old_tag_len, info);
+  return line_id_option_replace<VENDOR_TAG_RULE>(oltid, old_tag_ptr, old_tag_len, info);
 }
 
 int32_t line_id_pppoe_plus_modify(uint8_t oltid, const uint8_t* old_tag_ptr, uint32_t old_tag_len,
                                   line_id_inf_info* info) {
-  return line_id_option_modify(VENDOR_TAG_RULE, oltid, old_tag_ptr, old_tag_len, info);
+  return line_id_option_modify<VENDOR_TAG_RULE>(oltid, old_tag_ptr, old_tag_len, info);
 }
 
 int32_t line_id_pppoe_plus_circuit_id_proc(uint8_t oltid, const uint8_t* old_sub_opt, uint16_t old_sub_opt_len,
                                            uint8_t* dest, uint16_t* new_sub_opt_len, uint8_t op,
                                            line_id_inf_info* info) {
-  return line_id_option_circuit_id(VENDOR_TAG_RULE, oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len, op,
-                                   info);
+  return line_id_option_circuit_id<VENDOR_TAG_RULE>(oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len, op,
+                                                    info);
 }
 
 int32_t line_id_pppoe_plus_remote_id_proc(uint8_t oltid, const uint8_t* old_sub_opt, uint16_t old_sub_opt_len,
                                           uint8_t* dest, uint16_t* new_sub_opt_len, uint8_t op,
                                           line_id_inf_info* info) {
-  return line_id_option_remote_id(VENDOR_TAG_RULE, oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len, op,
-                                  info);
+  return line_id_option_remote_id<VENDOR_TAG_RULE>(oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len, op,
+                                                   info);
 }
