@@ -1,6 +1,8 @@
 // The DHCPv4 Option 82 agent.
 #include "agents/dhcp4.h"
 
+#include <array>
+
 #include "agents/agent_frame.h"
 #include "agents/line_id_option.h"
 #include "config/policy.h"
@@ -86,6 +88,15 @@ int32_t refuse_walk(uint32_t offset) {
   return LINE_ID_PKT_DROP;
 }
 
+// All ones for the codes that the walk looks at: one test for each of the others.
+constexpr std::array<uint8_t, 256> MARKED_CODES = [] {
+  std::array<uint8_t, 256> marked = {};
+  for (const uint8_t code : {OPTION_PAD, OPTION_MESSAGE_TYPE, OPTION_RELAY_AGENT, OPTION_ONU_INFO, OPTION_END_CODE}) {
+    marked[code] = 0xFF;
+  }
+  return marked;
+}();
+
 // Walk to the End option: 0, or -2 for a frame that may not travel on. A Pad
 // has no meaning downstream, where it is taken for a code with a length.
 int32_t walk_options(line_id_inf_info* info, dhcp4_options& found) {
@@ -94,27 +105,32 @@ int32_t walk_options(line_id_inf_info* info, dhcp4_options& found) {
   packet_reader options = reader_sub(reader_over(info->origin_pkt_ptr, info->origin_pkt_len), first);
   if (!options.ok) return refuse_walk(first);
   const uint8_t* end = options.data + options.size;
-  while (reader_left(options) > 0 && options.data[options.pos] != OPTION_END_CODE) {
-    if (direct == LINE_ID_UPSTREAM && options.data[options.pos] == OPTION_PAD) {
+  for (;;) {
+    option_view option;
+    const option_result result = option_next(options, DHCP4_OPTION_RULE, option);
+    if (result == OPTION_FOUND && MARKED_CODES[option.code] == 0) continue;
+    if (result == OPTION_END) return refuse_walk(first + option.offset);
+    // End and Pad are single octets: what was read as their length counts for nothing.
+    const uint8_t code = options.data[option.offset];
+    if (code == OPTION_END_CODE) {
+      found.end = options.data + option.offset;
+      return LINE_ID_PKT_SEND;
+    }
+    if (direct == LINE_ID_UPSTREAM && code == OPTION_PAD) {
       // ODD: a Pad option ends upstream processing with a drop.
       LINE_ID_WARN(LOG_DHCPV4, "dhcp OPTION TAG IS INvalid ,THE TAG IS %d\r\n", OPTION_PAD);
       return LINE_ID_PKT_DROP;
     }
-    option_view option;
-    if (option_next(options, DHCP4_OPTION_RULE, option) != OPTION_FOUND)
-      return refuse_walk(first + option.offset + option.whole_len);
-    if (option.code == OPTION_MESSAGE_TYPE) {
+    if (result != OPTION_FOUND) return refuse_walk(first + option.offset + option.whole_len);
+    if (code == OPTION_MESSAGE_TYPE) {
       if (is_message_type_refused(option.value, end, direct)) return LINE_ID_PKT_DROP;
-    } else if (direct == LINE_ID_UPSTREAM && option.code == OPTION_RELAY_AGENT) {
+    } else if (direct == LINE_ID_UPSTREAM && code == OPTION_RELAY_AGENT) {
       found.option82 = option.value - HEAD_LEN;
       found.option82_len = option.whole_len;
-    } else if (direct == LINE_ID_UPSTREAM && option.code == OPTION_ONU_INFO && option.length >= ONU_INFO_LEN) {
+    } else if (direct == LINE_ID_UPSTREAM && code == OPTION_ONU_INFO && option.length >= ONU_INFO_LEN) {
       note_onu_info(option.value, info->pkt_info_ptr);
     }
   }
-  if (reader_left(options) == 0) return refuse_walk(first + options.pos);
-  found.end = options.data + options.pos;
-  return LINE_ID_PKT_SEND;
 }
 
 uint8_t bootp_op(const line_id_inf_info* info) {
@@ -133,7 +149,7 @@ int32_t downstream(line_id_inf_info* info) {
 // 0, or -2 when the frame's MAC address belongs behind another ONU.
 int32_t check_spoofing(uint8_t oltid, line_id_inf_info* info) {
   const line_id_pkt_info* pkt = info->pkt_info_ptr;
-  if (line_id_get_dhcp_anti_spoofing_enable_cfg(oltid) == 0) return LINE_ID_PKT_SEND;
+  if (line_id_get_switch(oltid, &line_id_common_cfg::dhcp_anti_spoofing_enable) == 0) return LINE_ID_PKT_SEND;
   if (pkt->onu_authno == 0 || pkt->onu_ponno == 0) return LINE_ID_PKT_SEND;
   const int32_t ret = line_id_dhcp_spoof_proc_if(0, 0, info);
   if (ret != LINE_ID_OK) {

@@ -63,8 +63,8 @@ void write_option_header(uint8_t* dest, uint16_t code, uint32_t len) {
 int32_t line_id_dhcpv6_option18_proc(uint8_t oltid, uint8_t* dest, uint32_t* len, const line_id_inf_info* info,
                                      const uint8_t* old, uint32_t old_len) {
   *len = 0;
-  if (line_id_get_option18_enable_cfg(oltid) == 0) return LINE_ID_OK;
-  const int32_t mode = line_id_get_line_id_format_type_cfg(oltid);
+  if (line_id_get_switch(oltid, &line_id_common_cfg::option18_enable) == 0) return LINE_ID_OK;
+  const int32_t mode = line_id_get_switch(oltid, &line_id_common_cfg::line_id_format_type);
   LINE_ID_INFO(LOG_DHCPV6, "Circuit ID (format_mode =%d):\r\n", mode);
 
   uint8_t* text = dest + DHCP6_OPTION_HEADER_LEN;
@@ -83,7 +83,7 @@ int32_t line_id_dhcpv6_option18_proc(uint8_t oltid, uint8_t* dest, uint32_t* len
 
 int32_t line_id_dhcpv6_option37_proc(uint8_t oltid, uint8_t* dest, uint32_t* len, const line_id_inf_info* info) {
   *len = 0;
-  if (line_id_get_option37_enable_cfg(oltid) == 0) return LINE_ID_OK;
+  if (line_id_get_switch(oltid, &line_id_common_cfg::option37_enable) == 0) return LINE_ID_OK;
   LINE_ID_INFO(LOG_DHCPV6, "\r\n option37 is enable.\r\n");
 
   uint8_t* enterprise = dest + DHCP6_OPTION_HEADER_LEN;

@@ -199,7 +199,7 @@ template <const line_id_option_rule& rule> void finish_option(const option_job& 
   put_into_frame<rule>(job, built.octets, built.len);
 }
 
-template <const line_id_option_rule& rule> int32_t build_anew(const option_job& job, built_option& built) {
+template <const line_id_option_rule& rule> LINE_ID_FLAT int32_t build_anew(const option_job& job, built_option& built) {
   int32_t ret = append<rule, CIRCUIT_ID>(job, NO_SUB_OPTION, OPERATION_REPLACE, built, rule.circuit_id_step);
   if (ret != LINE_ID_OK) return ret;
   // ODD: a new Option 82 without its Remote-ID is reported in PPPoE's words.

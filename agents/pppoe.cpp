@@ -145,7 +145,7 @@ bool fetch_line_facts(pppoe_frame& frame) {
 // the binding that a second one would look for.
 int32_t check_spoofing(const pppoe_frame& frame) {
   line_id_inf_info* info = frame.info;
-  if (line_id_get_pppoe_anti_spoofing_enable_cfg(frame.oltid) == 0) return LINE_ID_PKT_SEND;
+  if (line_id_get_switch(frame.oltid, &line_id_common_cfg::pppoe_anti_spoofing_enable) == 0) return LINE_ID_PKT_SEND;
   if (frame.code == PADT && info->anti_spoof_passed != 0) return LINE_ID_PKT_SEND;
   if (line_id_pppoe_spoof_proc_if(0, 0, info) != LINE_ID_OK) return drop(frame);
   info->anti_spoof_passed = 1;
@@ -159,7 +159,7 @@ int32_t note_onu_info(pppoe_frame& frame, const option_view& tag) {
   pkt->onu_authno = line_id_get_u16(tag.value);
   pkt->onu_portid = line_id_get_u16(tag.value + 2);
   frame.info->pppoe_code = frame.code;
-  if (line_id_get_pppoe_anti_spoofing_enable_cfg(frame.oltid) == 0) return LINE_ID_PKT_SEND;
+  if (line_id_get_switch(frame.oltid, &line_id_common_cfg::pppoe_anti_spoofing_enable) == 0) return LINE_ID_PKT_SEND;
   const bool needs_facts = pkt->onu_ponno == 0; // the facts themselves may name another
   if (!fetch_line_facts(frame) && needs_facts) {
     LINE_ID_WARN(LOG_PPPOE, "Error getting params. Passthrough.\r\n"); // ODD: the words say pass, the frame is dropped.

@@ -1,4 +1,4 @@
-// Setters and getters of the policies, from the rows of config/settings.def.
+// Setters of the policies, from the rows of config/settings.def.
 #include "config/policy.h"
 
 #include "core/log.h"
@@ -19,7 +19,6 @@ int32_t set_policy(const char* function, uint32_t index, uint8_t value, uint8_t 
 } // namespace
 
 #define LINE_ID_POLICY(name, index, lo, hi, refusal, step)                                                             \
-  int32_t line_id_set_##name##_cfg(uint8_t value) { return set_policy(__func__, index, value, lo, hi, refusal); }      \
-  int32_t line_id_get_##name##_cfg() { return g_policy_cfg_table[index]; }
+  int32_t line_id_set_##name##_cfg(uint8_t value) { return set_policy(__func__, index, value, lo, hi, refusal); }
 
 #include "config/settings.def"

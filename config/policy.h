@@ -47,3 +47,8 @@ int32_t line_id_get_pppoe_tag_dn_strip_cfg();
 int32_t line_id_get_dhcpv6_tag_dn_strip_cfg();
 int32_t line_id_get_pkt_exception_policy_cfg();
 int32_t line_id_get_cross_process_shared_mem_cfg();
+
+#define LINE_ID_POLICY(name, index, lo, hi, refusal, step)                                                             \
+  inline int32_t line_id_get_##name##_cfg() { return g_policy_cfg_table[index]; }
+
+#include "config/settings.def"

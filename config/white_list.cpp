@@ -51,10 +51,6 @@ int32_t line_id_get_trans_white_list_cfg(uint8_t* body) {
   return LINE_ID_OK;
 }
 
-int32_t line_id_get_trans_white_list_policy() { return g_trans_white_list_obj.trans_policy; }
-int32_t line_id_get_trans_white_list_dhcp_enable() { return g_trans_white_list_obj.dhcp_enable; }
-int32_t line_id_get_trans_white_list_pppoe_enable() { return g_trans_white_list_obj.pppoe_enable; }
-
 int32_t line_id_is_onutype_match(uint16_t onu_type) {
   // The count came unchecked when another process set the list.
   const uint32_t count = std::min<uint32_t>(g_trans_white_list_obj.num, LINE_ID_WHITE_LIST_TYPES);

@@ -19,9 +19,9 @@ int32_t line_id_get_trans_white_list_obj(line_id_white_list* list); // 0 or -9
 int32_t line_id_set_trans_white_list_cfg(const uint8_t* body);
 int32_t line_id_get_trans_white_list_cfg(uint8_t* body);
 
-int32_t line_id_get_trans_white_list_policy();
-int32_t line_id_get_trans_white_list_dhcp_enable();
-int32_t line_id_get_trans_white_list_pppoe_enable();
+inline int32_t line_id_get_trans_white_list_policy() { return g_trans_white_list_obj.trans_policy; }
+inline int32_t line_id_get_trans_white_list_dhcp_enable() { return g_trans_white_list_obj.dhcp_enable; }
+inline int32_t line_id_get_trans_white_list_pppoe_enable() { return g_trans_white_list_obj.pppoe_enable; }
 
 // 0 when the type is listed, else -1.
 int32_t line_id_is_onutype_match(uint16_t onu_type);

@@ -7,6 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 
+// A step that each frame takes, compiled in one piece with what its file has for it.
+#define LINE_ID_FLAT __attribute__((flatten))
+
 constexpr uint32_t LINE_ID_SCRATCH_LEN = 1536;   // the rebuilt frame: the longest frame, rounded up to whole words
 constexpr uint32_t LINE_ID_UNIT_LEN = 1600;      // a unit's frame copy
 constexpr uint32_t LINE_ID_REBUILT_LEN = 1500;   // DHCPv4 and PPPoE frames do not grow past this

@@ -213,8 +213,8 @@ int32_t line_id_circuit_id_modify(uint8_t oltid, const uint8_t* old, uint16_t ol
                              : modify_standard(oltid, mode, received, received_len, out, opt_len, info);
 }
 
-int32_t line_id_circuit_id_replace(uint8_t oltid, const uint8_t*, uint16_t, uint8_t* out, uint16_t* opt_len,
-                                   line_id_inf_info* info) {
+LINE_ID_FLAT int32_t line_id_circuit_id_replace(uint8_t oltid, const uint8_t*, uint16_t, uint8_t* out,
+                                                uint16_t* opt_len, line_id_inf_info* info) {
   if (out == nullptr || opt_len == nullptr) return line_id_refuse_null(__func__, __LINE__);
   const int32_t len = line_id_print_circuit_id(oltid, out + LINE_ID_SUB_OPTION_HEAD, SPLICE_NONE, info);
   if (len < 0) {

@@ -61,8 +61,8 @@ int32_t line_id_remote_id_modify(uint8_t oltid, const uint8_t* old, uint16_t old
   return line_id_remote_id_replace(oltid, old, old_len, out, opt_len, info);
 }
 
-int32_t line_id_remote_id_replace(uint8_t oltid, const uint8_t*, uint16_t, uint8_t* out, uint16_t* opt_len,
-                                  line_id_inf_info* info) {
+LINE_ID_FLAT int32_t line_id_remote_id_replace(uint8_t oltid, const uint8_t*, uint16_t, uint8_t* out, uint16_t* opt_len,
+                                               line_id_inf_info* info) {
   if (out == nullptr || opt_len == nullptr) return line_id_refuse_null(__func__, __LINE__);
   uint8_t* text = out + LINE_ID_SUB_OPTION_HEAD;
   const auto kind0 = static_cast<uint8_t>(info->pkt_info_ptr->packet_type - 1);

@@ -6,7 +6,6 @@
 #include "packet/frame.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 namespace {
@@ -104,58 +103,6 @@ int32_t line_id_check_processed_time(uint32_t start, uint32_t now) {
   return LINE_ID_ERR;
 }
 
-// ---- checksum
-
-uint16_t line_id_sum_words(const uint8_t* buf, uint32_t len) {
-  // Summed in 32-bit words of this machine, in two totals: the sum does not depend on the octet order until it is
-  // folded.
-  uint64_t total = 0;
-  uint64_t high_total = 0;
-  uint64_t word = 0;
-  const uint32_t tail_len = len % sizeof(word);
-  const uint8_t* tail = buf + (len - tail_len);
-  for (; buf != tail; buf += sizeof(word)) {
-    std::memcpy(&word, buf, sizeof(word));
-    total += word & 0xFFFFFFFF;
-    high_total += word >> 32;
-  }
-  if ((tail_len & 4) != 0) {
-    uint32_t half = 0;
-    std::memcpy(&half, buf, sizeof(half));
-    total += half;
-    buf += sizeof(half);
-  }
-  if ((tail_len & 2) != 0) {
-    uint16_t quarter = 0;
-    std::memcpy(&quarter, buf, sizeof(quarter));
-    total += quarter;
-    buf += sizeof(quarter);
-  }
-  if ((tail_len & 1) != 0) {
-    const uint8_t last[2] = {*buf, 0};
-    uint16_t quarter = 0;
-    std::memcpy(&quarter, last, sizeof(quarter));
-    total += quarter;
-    LINE_ID_INFO(LOG_GENERAL, "((*(unsigned char *) wtmp) << 8) = %x \r\n", *buf << 8);
-  }
-
-  total += high_total;
-  total = (total >> 32) + (total & 0xFFFFFFFF);
-  while (total > 0xFFFF) total = (total >> 16) + (total & 0xFFFF);
-  const uint16_t sum = static_cast<uint16_t>(total);
-  return std::endian::native == std::endian::little ? static_cast<uint16_t>(sum << 8 | sum >> 8) : sum;
-}
-
-uint16_t line_id_check_sum(const uint8_t* buf, uint32_t len) {
-  return static_cast<uint16_t>(~line_id_sum_words(buf, len));
-}
-
-void line_id_caculate_check_sum(uint8_t* buf, uint32_t len, uint32_t offset) {
-  offset &= 0xFFFF;
-  if (len % 4 != 0 || len < 2 || offset > len - 2) return;
-  line_id_set_u16(buf + offset, line_id_check_sum(buf, len));
-}
-
 // ---- headers
 
 uint32_t line_id_get_ip_header_len(const uint8_t* ip) { return 4U * (ip[0] & 0x0F); }
@@ -187,7 +134,7 @@ int32_t line_id_check_udp_header(const uint8_t* udp, int32_t remaining, uint8_t 
   return LINE_ID_ERR_IP_LENGTH;
 }
 
-int32_t line_id_check_dhcp_pkt(const uint8_t* frame, uint32_t len, uint8_t direct) {
+LINE_ID_FLAT int32_t line_id_check_dhcp_pkt(const uint8_t* frame, uint32_t len, uint8_t direct) {
   const int32_t tags = line_id_check_vlan_tag_num(frame, len);
   if (tags < 0) return tags;
   const uint32_t eth_header_len = ETH_HEADER_LEN + VLAN_TAG_LEN * static_cast<uint32_t>(tags);

@@ -3,7 +3,12 @@
 // Any thread; no state. Nothing is read outside the given length: what is too short for a header is an invalid header.
 #pragma once
 
+#include "core/log.h"
+#include "packet/frame.h"
+
+#include <bit>
 #include <cstdint>
+#include <cstring>
 
 constexpr uint32_t ETH_HEADER_LEN = 14;
 constexpr uint32_t VLAN_TAG_LEN = 4;
@@ -24,16 +29,68 @@ int32_t line_id_get_eth_header_type(const uint8_t* frame, uint32_t len);
 // 0 when `start` is later than `now` or two or more earlier, else -1.
 int32_t line_id_check_processed_time(uint32_t start, uint32_t now);
 
-// ---- checksum (RFC 1071)
+// ---- checksum (RFC 1071); built into the closing step, where much of its length is known
 
+// Fold a sum of 16- and 32-bit words, taken from memory in this machine's octet order, to one word.
+inline uint16_t line_id_fold_words(uint64_t total) {
+  total = (total >> 32) + (total & 0xFFFFFFFF);
+  total = (total >> 16) + (total & 0xFFFF);
+  total = (total >> 16) + (total & 0xFFFF);
+  const auto sum = static_cast<uint16_t>((total >> 16) + (total & 0xFFFF));
+  return std::endian::native == std::endian::little ? static_cast<uint16_t>(sum << 8 | sum >> 8) : sum;
+}
 // Ones'-complement sum of `len` octets as big-endian words, folded to 16 bits, not complemented. An odd last octet is
 // the high one of its word.
-uint16_t line_id_sum_words(const uint8_t* buf, uint32_t len);
+inline uint16_t line_id_sum_words(const uint8_t* buf, uint32_t len) {
+  // Summed in 64-bit words of this machine, with the carry added again: the sum does not depend on the octet order
+  // until it is folded.
+  uint64_t total = 0;
+  const auto add = [&total](const uint8_t* at) {
+    uint64_t word = 0;
+    std::memcpy(&word, at, sizeof(word));
+    total += word;
+    total += total < word ? 1 : 0;
+  };
+  for (; len >= 32; len -= 32, buf += 32) {
+    add(buf);
+    add(buf + 8);
+    add(buf + 16);
+    add(buf + 24);
+  }
+  for (; len >= 8; len -= 8, buf += 8) add(buf);
+  total = (total >> 32) + (total & 0xFFFFFFFF);
+  if ((len & 4) != 0) {
+    uint32_t half = 0;
+    std::memcpy(&half, buf, sizeof(half));
+    total += half;
+    buf += sizeof(half);
+  }
+  if ((len & 2) != 0) {
+    uint16_t quarter = 0;
+    std::memcpy(&quarter, buf, sizeof(quarter));
+    total += quarter;
+    buf += sizeof(quarter);
+  }
+  if ((len & 1) != 0) {
+    const uint8_t last[2] = {*buf, 0};
+    uint16_t quarter = 0;
+    std::memcpy(&quarter, last, sizeof(quarter));
+    total += quarter;
+    LINE_ID_INFO(LOG_GENERAL, "((*(unsigned char *) wtmp) << 8) = %x \r\n", *buf << 8);
+  }
+  return line_id_fold_words(total);
+}
 // The complement of that sum: the checksum.
-uint16_t line_id_check_sum(const uint8_t* buf, uint32_t len);
+inline uint16_t line_id_check_sum(const uint8_t* buf, uint32_t len) {
+  return static_cast<uint16_t>(~line_id_sum_words(buf, len));
+}
 // Writes the checksum of `buf` at `offset`, which the caller has cleared. Nothing is done unless `len` is a multiple of
 // 4 and two octets at `offset` lie inside.
-void line_id_caculate_check_sum(uint8_t* buf, uint32_t len, uint32_t offset);
+inline void line_id_caculate_check_sum(uint8_t* buf, uint32_t len, uint32_t offset) {
+  offset &= 0xFFFF;
+  if (len % 4 != 0 || len < 2 || offset > len - 2) return;
+  line_id_set_u16(buf + offset, line_id_check_sum(buf, len));
+}
 
 // ---- headers; `remaining` counts the octets from the header to the end of the frame, negative when it lies past it
 

@@ -48,8 +48,8 @@ void line_id_close_dhcp6(uint8_t* frame, uint32_t len, uint32_t vlan_tag_len, ui
 uint16_t line_id_udp6_check_sum(const uint8_t* addresses, const uint8_t* udp, uint32_t udp_len) {
   uint32_t total = line_id_sum_words(addresses, IP6_ADDRESSES_LEN);
   total += (udp_len >> 16) + (udp_len & 0xFFFF) + PROTOCOL_UDP;
-  total += line_id_sum_words(udp, UDP_CHECKSUM);
-  total += line_id_sum_words(udp + UDP_HEADER_LEN, udp_len - UDP_HEADER_LEN);
+  total += line_id_sum_words(udp, udp_len);
+  total += static_cast<uint16_t>(~line_id_get_u16(udp + UDP_CHECKSUM)); // takes the field out again
   total = (total >> 16) + (total & 0xFFFF);
   total = (total >> 16) + (total & 0xFFFF);
   const uint16_t check_sum = static_cast<uint16_t>(~total);
