@@ -88,7 +88,7 @@ int32_t refuse_walk(uint32_t offset) {
   return LINE_ID_PKT_DROP;
 }
 
-// All ones for the codes that the walk looks at: one test for each of the others.
+// All ones for the codes that the walk looks at.
 constexpr std::array<uint8_t, 256> MARKED_CODES = [] {
   std::array<uint8_t, 256> marked = {};
   for (const uint8_t code : {OPTION_PAD, OPTION_MESSAGE_TYPE, OPTION_RELAY_AGENT, OPTION_ONU_INFO, OPTION_END_CODE}) {
@@ -96,6 +96,19 @@ constexpr std::array<uint8_t, 256> MARKED_CODES = [] {
   }
   return marked;
 }();
+
+// Move behind whole options that the walk has no use for.
+void skip_unmarked(packet_reader& options) {
+  const uint8_t* option = options.data + options.pos;
+  uint32_t left = reader_left(options);
+  while (left >= HEAD_LEN && MARKED_CODES[option[0]] == 0) {
+    const uint32_t whole_len = uint32_t{HEAD_LEN} + option[1];
+    if (whole_len > left) break;
+    option += whole_len;
+    left -= whole_len;
+  }
+  options.pos = options.size - left;
+}
 
 // Walk to the End option: 0, or -2 for a frame that may not travel on. A Pad
 // has no meaning downstream, where it is taken for a code with a length.
@@ -106,14 +119,11 @@ int32_t walk_options(line_id_inf_info* info, dhcp4_options& found) {
   if (!options.ok) return refuse_walk(first);
   const uint8_t* end = options.data + options.size;
   for (;;) {
-    option_view option;
-    const option_result result = option_next(options, DHCP4_OPTION_RULE, option);
-    if (result == OPTION_FOUND && MARKED_CODES[option.code] == 0) continue;
-    if (result == OPTION_END) return refuse_walk(first + option.offset);
-    // End and Pad are single octets: what was read as their length counts for nothing.
-    const uint8_t code = options.data[option.offset];
+    skip_unmarked(options);
+    if (reader_left(options) == 0) return refuse_walk(first + options.pos);
+    const uint8_t code = options.data[options.pos];
     if (code == OPTION_END_CODE) {
-      found.end = options.data + option.offset;
+      found.end = options.data + options.pos;
       return LINE_ID_PKT_SEND;
     }
     if (direct == LINE_ID_UPSTREAM && code == OPTION_PAD) {
@@ -121,7 +131,9 @@ int32_t walk_options(line_id_inf_info* info, dhcp4_options& found) {
       LINE_ID_WARN(LOG_DHCPV4, "dhcp OPTION TAG IS INvalid ,THE TAG IS %d\r\n", OPTION_PAD);
       return LINE_ID_PKT_DROP;
     }
-    if (result != OPTION_FOUND) return refuse_walk(first + option.offset + option.whole_len);
+    option_view option;
+    if (option_next(options, DHCP4_OPTION_RULE, option) != OPTION_FOUND)
+      return refuse_walk(first + option.offset + option.whole_len);
     if (code == OPTION_MESSAGE_TYPE) {
       if (is_message_type_refused(option.value, end, direct)) return LINE_ID_PKT_DROP;
     } else if (direct == LINE_ID_UPSTREAM && code == OPTION_RELAY_AGENT) {

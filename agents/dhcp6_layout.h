@@ -22,6 +22,7 @@ constexpr uint16_t DHCP6_SERVER_PORT = 547;
 constexpr uint32_t DHCP6_HEADER_LEN = 4;        // type, transaction id: RFC 8415, section 8
 constexpr uint32_t DHCP6_RELAY_HEADER_LEN = 34; // type, hop-count, link-address, peer-address: section 9
 constexpr uint32_t DHCP6_HOP_COUNT = 1;
+constexpr uint32_t DHCP6_LINK_ADDRESS = 2;
 constexpr uint32_t DHCP6_PEER_ADDRESS = 18;
 
 constexpr uint32_t IP6_SRC_ADDRESS = 8; // RFC 8200, section 3

@@ -15,7 +15,6 @@ namespace {
 constexpr uint32_t ENTERPRISE_NUMBER = 3807;
 constexpr int32_t MODE_CUSTOM = 0;
 constexpr uint32_t TECH_MARKER_LEN = 2;
-constexpr uint32_t TEXT_ROOM = DHCP6_OPTION_ROOM - DHCP6_OPTION_HEADER_LEN;
 
 int32_t refuse_len(int32_t len) {
   LINE_ID_WARN(LOG_DHCPV6, "line_id_print_circuit_id len(%d) is exceeded.\r\n", len);
@@ -68,7 +67,6 @@ int32_t line_id_dhcpv6_option18_proc(uint8_t oltid, uint8_t* dest, uint32_t* len
   LINE_ID_INFO(LOG_DHCPV6, "Circuit ID (format_mode =%d):\r\n", mode);
 
   uint8_t* text = dest + DHCP6_OPTION_HEADER_LEN;
-  std::memset(text, 0, TEXT_ROOM);
   // ODD: for CTC and CNC the head alone, also when there is no old Circuit-ID to join.
   int32_t text_len = line_id_print_circuit_id(oltid, text, 1, info);
   if (text_len < 0 || static_cast<uint32_t>(text_len) > LINE_ID_IDENTIFIER_LEN) return refuse_len(text_len);
@@ -88,7 +86,6 @@ int32_t line_id_dhcpv6_option37_proc(uint8_t oltid, uint8_t* dest, uint32_t* len
 
   uint8_t* enterprise = dest + DHCP6_OPTION_HEADER_LEN;
   uint8_t* text = enterprise + sizeof(ENTERPRISE_NUMBER);
-  std::memset(text, 0, TEXT_ROOM - sizeof(ENTERPRISE_NUMBER));
   const auto kind0 = static_cast<uint8_t>(info->pkt_info_ptr->packet_type - 1);
   const int32_t text_len = line_id_print_remote_id(oltid, text, kind0);
   if (text_len < 0) {

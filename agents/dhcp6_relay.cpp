@@ -1,13 +1,16 @@
 // Upstream: builds the Relay-Forward of a client's message or of a relay's.
 #include "agents/dhcp6.h"
+
+#include <cstring>
+
 #include "agents/dhcp6_layout.h"
 #include "config/store.h"
 #include "core/log.h"
+#include "packet/check.h"
 #include "packet/closing.h"
 
 namespace {
 
-constexpr uint8_t g_unspecified_addr[IP6_ADDRESS_LEN] = {};
 constexpr int32_t LEVEL_FLATTEN = 1; // option-18 level: a received Relay-Forward is replaced, not wrapped
 
 // What the new Relay-Forward carries, in place.
@@ -88,36 +91,52 @@ int32_t choose_content(const packet_reader& message, relayed* content) {
   return level_flatten ? flatten(message, content) : LINE_ID_OK;
 }
 
+// Where the next option is built: in its place if the longest has room there.
+uint8_t* option_place(const packet_writer& frame, uint8_t (&spare)[DHCP6_OPTION_ROOM]) {
+  return frame.size - frame.pos >= DHCP6_OPTION_ROOM ? frame.data + frame.pos : spare;
+}
+
+void add_option(packet_writer& frame, const uint8_t* option, uint32_t len) {
+  uint8_t* place = writer_room(frame, len);
+  if (place != nullptr && place != option) std::memcpy(place, option, len);
+}
+
 // Options 18 and 37. 0, -114 or -115.
 int32_t write_options(packet_writer& frame, uint8_t oltid, const relayed& content, const line_id_inf_info* info) {
-  uint8_t option[DHCP6_OPTION_ROOM];
+  uint8_t spare[DHCP6_OPTION_ROOM];
+  uint8_t* option = option_place(frame, spare);
   uint32_t len = 0;
   int32_t ret = line_id_dhcpv6_option18_proc(oltid, option, &len, info, content.circuit_id, content.circuit_id_len);
   if (ret != LINE_ID_OK) {
     LINE_ID_WARN(LOG_DHCPV6, "dhcp_option18_insert return %d, failed!\r\n", ret);
     return LINE_ID_ERR_OPTION18;
   }
-  writer_bytes(frame, option, len);
+  add_option(frame, option, len);
+  option = option_place(frame, spare);
   ret = line_id_dhcpv6_option37_proc(oltid, option, &len, info);
   if (ret != LINE_ID_OK) {
     LINE_ID_WARN(LOG_DHCPV6, "dhcp_option37_insert return %d, failed!\r\n", ret);
     return LINE_ID_ERR_OPTION37;
   }
-  writer_bytes(frame, option, len);
+  add_option(frame, option, len);
   return LINE_ID_OK;
 }
 
 void write_headers(packet_writer& frame, const uint8_t* origin, const dhcp6_layout& at, const relayed& content) {
   writer_bytes(frame, origin, at.udp);
-  writer_u16(frame, DHCP6_SERVER_PORT);
-  writer_u16(frame, DHCP6_SERVER_PORT);
-  writer_u32(frame, 0); // length and checksum are the closing step's
-  writer_u8(frame, DHCP6_RELAY_FORW);
-  writer_u8(frame, content.hop_count);
-  writer_bytes(frame, g_unspecified_addr, IP6_ADDRESS_LEN);
-  writer_bytes(frame, origin + at.ip + IP6_SRC_ADDRESS, IP6_ADDRESS_LEN);
-  writer_u16(frame, DHCP6_OPT_RELAY_MSG);
-  writer_u16(frame, static_cast<uint16_t>(content.message_len));
+  uint8_t* udp = writer_room(frame, UDP_HEADER_LEN + DHCP6_RELAY_HEADER_LEN + DHCP6_OPTION_HEADER_LEN);
+  if (udp == nullptr) return;
+  line_id_set_u16(udp, DHCP6_SERVER_PORT);
+  line_id_set_u16(udp + 2, DHCP6_SERVER_PORT);
+  line_id_set_u32(udp + 4, 0); // length and checksum are the closing step's
+  uint8_t* relay = udp + UDP_HEADER_LEN;
+  relay[0] = DHCP6_RELAY_FORW;
+  relay[DHCP6_HOP_COUNT] = content.hop_count;
+  std::memset(relay + DHCP6_LINK_ADDRESS, 0, IP6_ADDRESS_LEN);
+  std::memcpy(relay + DHCP6_PEER_ADDRESS, origin + at.ip + IP6_SRC_ADDRESS, IP6_ADDRESS_LEN);
+  uint8_t* relay_message = relay + DHCP6_RELAY_HEADER_LEN;
+  line_id_set_u16(relay_message, DHCP6_OPT_RELAY_MSG);
+  line_id_set_u16(relay_message + 2, static_cast<uint16_t>(content.message_len));
   writer_bytes(frame, content.message, content.message_len);
 }
 

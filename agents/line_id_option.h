@@ -199,7 +199,7 @@ template <const line_id_option_rule& rule> void finish_option(const option_job& 
   put_into_frame<rule>(job, built.octets, built.len);
 }
 
-template <const line_id_option_rule& rule> LINE_ID_FLAT int32_t build_anew(const option_job& job, built_option& built) {
+template <const line_id_option_rule& rule> int32_t build_anew(const option_job& job, built_option& built) {
   int32_t ret = append<rule, CIRCUIT_ID>(job, NO_SUB_OPTION, OPERATION_REPLACE, built, rule.circuit_id_step);
   if (ret != LINE_ID_OK) return ret;
   // ODD: a new Option 82 without its Remote-ID is reported in PPPoE's words.
@@ -214,18 +214,17 @@ template <const line_id_option_rule& rule> LINE_ID_FLAT int32_t build_anew(const
   return LINE_ID_OK;
 }
 
-template <const line_id_option_rule& rule> int32_t replace_option(const option_job& job) {
+template <const line_id_option_rule& rule>
+LINE_ID_FLAT int32_t replace_option(uint8_t oltid, const uint8_t* old, uint32_t old_len, line_id_inf_info* info) {
+  const option_job job = {oltid, old, old_len, info};
   const uint32_t offset = offset_of(job);
-  if (offset > LINE_ID_SCRATCH_LEN - NEW_LEN) {
-    uint8_t octets[BUILT_LEN];
-    built_option built = {octets, rule.head_len, 0, 0};
-    return build_anew<rule>(job, built);
-  }
-  // Built where it belongs; after a failure the received octets come back.
-  uint8_t* place = job.info->new_pkt + offset;
-  built_option built = {place, rule.head_len, 0, 0};
+  const bool has_room = offset <= LINE_ID_SCRATCH_LEN - NEW_LEN;
+  // Built where it belongs if there is room for the longest; after a failure the received octets come back.
+  uint8_t spare[BUILT_LEN];
+  uint8_t* place = info->new_pkt + offset;
+  built_option built = {has_room ? place : spare, rule.head_len, 0, 0};
   const int32_t ret = build_anew<rule>(job, built);
-  if (ret != LINE_ID_OK) std::memcpy(place, job.old, job.info->origin_pkt_len - offset);
+  if (ret != LINE_ID_OK && has_room) std::memcpy(place, old, info->origin_pkt_len - offset);
   return ret;
 }
 
@@ -278,7 +277,7 @@ template <const line_id_option_rule& rule> int32_t modify_option(const option_jo
   if (ret != LINE_ID_OK) return ret;
   if (built.circuit_len == 0 && built.remote_len == 0) {
     LINE_ID_INFO(rule.log, "no circuit_id and remoteid, add by cfg.\r\n");
-    ret = replace_option<rule>(job);
+    ret = replace_option<rule>(job.oltid, job.old, job.old_len, job.info);
     if (ret == LINE_ID_OK) return LINE_ID_OK;
     LINE_ID_WARN(rule.log, "%s return %d, failed!\r\n", rule.replace_step, ret);
     return rule.replace_code;
@@ -340,7 +339,7 @@ int32_t line_id_option_remove(const uint8_t* old, uint32_t old_len, line_id_inf_
 template <const line_id_option_rule& rule>
 int32_t line_id_option_replace(uint8_t oltid, const uint8_t* old, uint32_t old_len, line_id_inf_info* info) {
   using namespace line_id_option;
-  return old != nullptr && info != nullptr ? replace_option<rule>({oltid, old, old_len, info}) : refuse_null<rule>();
+  return old != nullptr && info != nullptr ? replace_option<rule>(oltid, old, old_len, info) : refuse_null<rule>();
 }
 template <const line_id_option_rule& rule>
 int32_t line_id_option_modify(uint8_t oltid, const uint8_t* old, uint32_t old_len, line_id_inf_info* info) {

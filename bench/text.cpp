@@ -29,7 +29,7 @@ void by_template(uint32_t times) {
   char out[LINE_ID_IDENTIFIER_LEN] = {};
   for (uint32_t i = 0; i < times; ++i) {
     const numbers of = numbers_of(i);
-    for (uint32_t letter = 0; letter < 9; ++letter) line_id_put_number(0, "rfSpscogx"[letter], of.at[letter]);
+    for (uint32_t letter = 0; letter < 9; ++letter) line_id_put_number(g_params[0], "rfSpscogx"[letter], of.at[letter]);
     keep(line_id_expand_template(0, TEMPLATE, out));
     keep(out);
   }

@@ -117,7 +117,7 @@ void restore_device_texts(int32_t set, const device_texts& saved) {
   for (uint32_t i = 0; i < sizeof(LINE_ID_DEVICE_LETTERS) - 1; ++i) {
     const char letter = LINE_ID_DEVICE_LETTERS[i];
     if (line_id_param_allocated(set, letter) == 0) continue;
-    if (g_params_flag[set][line_id_param_slot(letter)] != PARAM_FREE) continue;
+    if (g_params[set].flag[line_id_param_slot(letter)] != PARAM_FREE) continue;
     line_id_write_param(set, letter, saved.text[i], PARAM_FREE);
   }
 }

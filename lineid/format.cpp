@@ -49,6 +49,8 @@ struct known_template {
   uint32_t limit;
   uint32_t compare_len; // octets that are as they were as long as the template is: the terminator is one of them
   uint32_t step_count;
+  bool is_literal; // without letters: the expansion is the first `literal_len` octets of the text
+  uint32_t literal_len;
   char text[TEMPLATE_LEN + BLOCK_LEN]; // zeros behind it
   template_step steps[LINE_ID_EXPANSION_LEN];
 };
@@ -58,6 +60,65 @@ constexpr uint32_t KNOWN_TEMPLATES = 32;
 constexpr uint32_t HINTS = 64;
 known_template g_known_templates[KNOWN_TEMPLATES];
 known_template* g_template_hints[HINTS]; // by place: the one that was known there last, or null
+
+std::string_view text_of(int32_t set, uint8_t letter) {
+  const std::string_view text = line_id_param_view(set, letter);
+  return text.empty() ? "0" : text;
+}
+
+void trace_letter(int32_t set, uint8_t letter, std::string_view text, const char* out, uint32_t used) {
+  const int len = static_cast<int>(text.size());
+  LINE_ID_INFO(LOG_GENERAL, "g_lineid_params[%d][%d]:%.*s.\r\n", set, letter, len, text.data());
+  LINE_ID_INFO(LOG_GENERAL, "pv_len:%d, b:%.*s#\r\n", len, static_cast<int>(used), out);
+}
+
+// The steps from `step` on, where room has become scarce, or with their traces: octets used in all.
+__attribute__((cold)) uint32_t expand_rest(int32_t set, const known_template& known, const template_step* step,
+                                           char* out, uint32_t used) {
+  for (const template_step* end = known.steps + known.step_count; step != end; ++step) {
+    uint32_t room = LINE_ID_EXPANSION_LEN - used;
+    if (step->letter == PAIR_ONLY && step->len > room) break;
+    const uint32_t len = std::min<uint32_t>(step->len, room);
+    std::memcpy(out + used, known.text + step->at, len);
+    used += len;
+    if (step->letter >= NO_LETTER) continue;
+    const std::string_view text = text_of(set, step->letter);
+    room -= len;
+    if (text.size() > room) break; // a value is written whole or not at all
+    std::memcpy(out + used, text.data(), text.size());
+    used += static_cast<uint32_t>(text.size());
+    trace_letter(set, step->letter, text, out, used);
+  }
+  return used;
+}
+
+// All steps, by blocks as long as there is room for any: octets used. `letters` are those of the set. In a function of
+// its own because the loop needs every register.
+__attribute__((noinline)) uint32_t expand_steps(const line_id_param_set& letters, int32_t set,
+                                                const known_template& known, char* out) {
+  char* to = out;
+  const char* roomy = out + LINE_ID_EXPANSION_LEN - BLOCK_LEN - LINE_ID_PARAM_LEN;
+  for (const template_step *step = known.steps, *end = step + known.step_count; step != end; ++step) {
+    if (to > roomy) return expand_rest(set, known, step, out, static_cast<uint32_t>(to - out));
+    std::memcpy(to, known.text + step->at, BLOCK_LEN);
+    to += step->len;
+    if (step->letter >= NO_LETTER) continue;
+    const uint32_t len = letters.len[step->letter];
+    if (len - 1 < BLOCK_LEN) {
+      std::memcpy(to, letters.text[step->letter], BLOCK_LEN);
+      to += len;
+    } else if (len == PARAM_NUMBER) {
+      to += line_id_put_decimal(to, static_cast<int32_t>(letters.number[step->letter]));
+    } else if (len == 0) {
+      *to++ = '0';
+    } else {
+      const std::string_view text = text_of(set, step->letter);
+      std::memcpy(to, text.data(), text.size());
+      to += text.size();
+    }
+  }
+  return static_cast<uint32_t>(to - out);
+}
 
 void add_octet(known_template& known, uint32_t at) {
   if (known.step_count > 0) {
@@ -99,6 +160,10 @@ __attribute__((cold)) void take_apart(known_template& known, std::string_view li
     }
     pos += 2;
   }
+  known.is_literal = std::all_of(known.steps, known.steps + known.step_count,
+                                 [](const template_step& step) { return step.letter >= NO_LETTER; });
+  char out[LINE_ID_EXPANSION_LEN];
+  if (known.is_literal) known.literal_len = expand_rest(0, known, known.steps, out, 0);
 }
 
 bool is_from(const known_template& known, std::string_view limits) {
@@ -124,37 +189,6 @@ const known_template& steps_of(std::string_view limits) {
   known_template& known = *hint;
   if (std::memcmp(known.text, limits.data(), known.compare_len) != 0) take_apart(known, limits);
   return known;
-}
-
-std::string_view text_of(int32_t set, uint8_t letter) {
-  const std::string_view text = line_id_param_view(set, letter);
-  return text.empty() ? "0" : text;
-}
-
-void trace_letter(int32_t set, uint8_t letter, std::string_view text, const char* out, uint32_t used) {
-  const int len = static_cast<int>(text.size());
-  LINE_ID_INFO(LOG_GENERAL, "g_lineid_params[%d][%d]:%.*s.\r\n", set, letter, len, text.data());
-  LINE_ID_INFO(LOG_GENERAL, "pv_len:%d, b:%.*s#\r\n", len, static_cast<int>(used), out);
-}
-
-// The steps from `step` on, where room has become scarce, or with their traces: octets used in all.
-__attribute__((cold)) uint32_t expand_rest(int32_t set, const known_template& known, const template_step* step,
-                                           char* out, uint32_t used) {
-  for (const template_step* end = known.steps + known.step_count; step != end; ++step) {
-    uint32_t room = LINE_ID_EXPANSION_LEN - used;
-    if (step->letter == PAIR_ONLY && step->len > room) break;
-    const uint32_t len = std::min<uint32_t>(step->len, room);
-    std::memcpy(out + used, known.text + step->at, len);
-    used += len;
-    if (step->letter >= NO_LETTER) continue;
-    const std::string_view text = text_of(set, step->letter);
-    room -= len;
-    if (text.size() > room) break; // a value is written whole or not at all
-    std::memcpy(out + used, text.data(), text.size());
-    used += static_cast<uint32_t>(text.size());
-    trace_letter(set, step->letter, text, out, used);
-  }
-  return used;
 }
 
 } // namespace
@@ -190,31 +224,14 @@ int32_t line_id_expand_template(int32_t set, std::string_view fmt, char* out) {
     return LINE_ID_ERR_LEVEL;
   }
   const known_template& known = steps_of(fmt);
-  const template_step* step = known.steps;
-  const template_step* end = step + known.step_count;
-  const uint8_t* lengths = g_params_len[set];
-  const int64_t* numbers = g_params_number[set];
-  char* const* texts = g_lineid_params[set];
-  uint32_t used = 0;
-  // Up to here a step has room for its block of octets and for any letter.
-  constexpr uint32_t ROOMY = LINE_ID_EXPANSION_LEN - BLOCK_LEN - LINE_ID_PARAM_LEN;
-  for (const bool traced = line_id_log_enabled(LOG_GENERAL, 2); step != end && used <= ROOMY && !traced; ++step) {
-    std::memcpy(out + used, known.text + step->at, BLOCK_LEN);
-    used += step->len;
-    if (step->letter >= NO_LETTER) continue;
-    const uint32_t len = lengths[step->letter];
-    if (len == PARAM_NUMBER) {
-      used += line_id_put_decimal(out + used, static_cast<int32_t>(numbers[step->letter]));
-    } else if (len - 1 < BLOCK_LEN) {
-      std::memcpy(out + used, texts[step->letter], BLOCK_LEN);
-      used += len;
-    } else {
-      const std::string_view text = text_of(set, step->letter);
-      std::memcpy(out + used, text.data(), text.size());
-      used += static_cast<uint32_t>(text.size());
-    }
+  uint32_t used = known.literal_len;
+  if (known.is_literal) {
+    std::memcpy(out, known.text, used);
+  } else if (line_id_log_enabled(LOG_GENERAL, 2)) {
+    used = expand_rest(set, known, known.steps, out, 0);
+  } else {
+    used = expand_steps(g_params[set], set, known, out);
   }
-  if (step != end) used = expand_rest(set, known, step, out, used);
   // What a block has written too far goes away again: the caller's buffer was zeroed.
   if (LINE_ID_EXPANSION_LEN - used >= BLOCK_LEN) {
     std::memset(out + used, 0, BLOCK_LEN);
@@ -253,7 +270,7 @@ int32_t line_id_parse_params(int32_t set, std::string_view fmt, const char* text
     const char delimiter = char_at(fmt, p + 2);
     const void* found = q < length ? std::memchr(text + q, delimiter, length - q) : nullptr;
     const uint32_t end = found != nullptr ? static_cast<uint32_t>(static_cast<const char*>(found) - text) : length;
-    if (g_params_flag[set][slot] == PARAM_FREE && fill_letter(set, slot, {text + q, end - q}) != LINE_ID_OK) {
+    if (g_params[set].flag[slot] == PARAM_FREE && fill_letter(set, slot, {text + q, end - q}) != LINE_ID_OK) {
       return LINE_ID_ERR;
     }
     if (delimiter == '\0') return LINE_ID_OK;

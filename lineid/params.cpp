@@ -8,12 +8,8 @@
 
 #include "core/device_if.h"
 #include "core/log.h"
-#include "packet/frame.h"
 
-char* g_lineid_params[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
-int8_t g_params_flag[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
-uint8_t g_params_len[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
-int64_t g_params_number[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
+line_id_param_set g_params[LINE_ID_PARAM_SETS];
 uint16_t g_line_id_param_set;
 
 namespace {
@@ -52,11 +48,17 @@ bool is_in_block(const char* buffer) {
   return g_param_block != nullptr && at >= start && at - start < BLOCK_LEN;
 }
 
+// A pinned letter outlives the reset for each frame, as a device-wide one does.
+void set_flag(int32_t set, int32_t slot, int32_t flag) {
+  line_id_param_set& letters = g_params[set];
+  letters.flag[slot] = static_cast<int8_t>(flag);
+  letters.kept[slot] = letters.flag[slot] >= PARAM_PINNED ? 0xFF : DEVICE_SLOTS[static_cast<size_t>(slot)];
+}
+
 // The buffer of a slot, allocated when it has none; null without memory.
 char* buffer_of(int32_t set, int32_t slot) {
-  char*& buffer = g_lineid_params[set][slot];
-  if (buffer == nullptr) buffer = static_cast<char*>(std::calloc(1, LINE_ID_TEXT_SIZE));
-  return buffer;
+  char*& buffer = g_params[set].text[slot];
+  return buffer != nullptr || line_id_make_room(buffer) ? buffer : nullptr;
 }
 
 std::string_view view_of(const char* text) { return {text, strnlen(text, LINE_ID_PARAM_LEN)}; }
@@ -64,13 +66,11 @@ std::string_view view_of(const char* text) { return {text, strnlen(text, LINE_ID
 // Put a text into a slot that has a buffer.
 void store_text(int32_t set, int32_t slot, std::string_view text) {
   text = text.substr(0, LINE_ID_PARAM_LEN);
-  g_params_len[set][slot] = static_cast<uint8_t>(text.size());
-  char* buffer = g_lineid_params[set][slot];
+  g_params[set].len[slot] = static_cast<uint8_t>(text.size());
+  char* buffer = g_params[set].text[slot];
   std::memmove(buffer, text.data(), text.size());
   std::memset(buffer + text.size(), 0, LINE_ID_TEXT_SIZE - text.size());
 }
-
-uint64_t mac_number(const uint8_t* mac) { return uint64_t{line_id_get_u16(mac)} << 32 | line_id_get_u32(mac + 2); }
 
 // Twelve hexadecimal digits.
 line_id_short_text mac_digits(uint64_t mac) {
@@ -90,14 +90,19 @@ void copy_line_letters(int32_t from, int32_t to) {
   for (int32_t letter = 'A'; letter <= 'z'; ++letter) {
     const int32_t slot = line_id_param_slot(letter);
     if (slot < 0 || DEVICE_SLOTS[static_cast<size_t>(slot)] != 0) continue;
-    const int8_t flag = g_params_flag[from][slot];
-    if (g_lineid_params[from][slot] == nullptr || flag >= PARAM_PINNED) continue;
+    const int8_t flag = g_params[from].flag[slot];
+    if (g_params[from].text[slot] == nullptr || flag >= PARAM_PINNED) continue;
     const char* text = line_id_get_param_text(from, letter);
     if (flag != PARAM_FREE || text[0] != '\0') line_id_write_param(to, letter, text, flag);
   }
 }
 
 } // namespace
+
+bool line_id_make_room(char*& text) {
+  text = static_cast<char*>(std::calloc(1, LINE_ID_TEXT_SIZE));
+  return text != nullptr;
+}
 
 int32_t line_id_init_params() {
   if (g_param_block == nullptr) g_param_block = static_cast<char*>(std::calloc(1, BLOCK_LEN));
@@ -106,15 +111,16 @@ int32_t line_id_init_params() {
     return LINE_ID_ERR_MALLOC;
   }
   char* room = g_param_block;
-  for (auto& set : g_lineid_params) {
-    for (char*& buffer : set) {
+  for (line_id_param_set& letters : g_params) {
+    for (char*& buffer : letters.text) {
       if (buffer == nullptr) buffer = room;
       std::memset(buffer, 0, LINE_ID_TEXT_SIZE);
       room += LINE_ID_TEXT_SIZE;
     }
+    std::memset(letters.len, 0, sizeof(letters.len));
+    std::memset(letters.flag, PARAM_FREE, sizeof(letters.flag));
+    std::memcpy(letters.kept, DEVICE_SLOTS.data(), sizeof(letters.kept));
   }
-  std::memset(g_params_len, 0, sizeof(g_params_len));
-  std::memset(g_params_flag, PARAM_FREE, sizeof(g_params_flag));
   return LINE_ID_OK;
 }
 
@@ -123,7 +129,7 @@ int32_t line_id_write_param(int32_t set, int32_t letter, const char* text, int32
     return line_id_is_param_set(set) ? LINE_ID_ERR_PARAM_WRITE : LINE_ID_ERR;
   }
   const int32_t slot = line_id_param_slot(letter);
-  if (g_params_flag[set][slot] >= PARAM_PINNED) {
+  if (g_params[set].flag[slot] >= PARAM_PINNED) {
     // ODD: a pinned letter is reported in the words of a bad set.
     LINE_ID_WARN(LOG_GENERAL, "line_id_write_param  lineid_set err (%d).\r\n", LINE_ID_ERR_PARAM_WRITE);
     return LINE_ID_ERR_PARAM_WRITE;
@@ -138,14 +144,14 @@ int32_t line_id_write_param(int32_t set, int32_t letter, const char* text, int32
     return LINE_ID_ERR_NULL;
   }
   store_text(set, slot, view_of(text));
-  g_params_flag[set][slot] = static_cast<int8_t>(flag);
+  set_flag(set, slot, flag);
   return LINE_ID_OK;
 }
 
 int32_t line_id_write_param_int(int32_t set, int32_t letter, int32_t value, int32_t flag) {
   // ODD: a bad letter is -1 here and -113 when a text is written.
   if (is_refused(__func__, __LINE__, "  ", set, letter)) return LINE_ID_ERR;
-  if (g_params_flag[set][line_id_param_slot(letter)] >= PARAM_PINNED) {
+  if (g_params[set].flag[line_id_param_slot(letter)] >= PARAM_PINNED) {
     LINE_ID_WARN(LOG_GENERAL, "line_id_write_param_int  g_params_flag err ret (%d).\r\n", LINE_ID_ERR_PARAM_WRITE);
     return LINE_ID_ERR_PARAM_WRITE;
   }
@@ -164,7 +170,7 @@ int32_t line_id_write_param_force(int32_t set, int32_t letter, const char* text)
     return LINE_ID_ERR;
   }
   store_text(set, slot, view_of(text));
-  g_params_flag[set][slot] = PARAM_PINNED;
+  set_flag(set, slot, PARAM_PINNED);
   return LINE_ID_OK;
 }
 
@@ -176,7 +182,7 @@ int32_t line_id_write_param_int_force(int32_t set, int32_t letter, int32_t value
 void line_id_set_param_flag(int32_t set, int32_t letter, int32_t flag) {
   if (is_refused(__func__, __LINE__, " ", set, letter)) return;
   const int32_t slot = line_id_param_slot(letter);
-  g_params_flag[set][slot] = static_cast<int8_t>(flag);
+  set_flag(set, slot, flag);
 }
 
 int32_t line_id_fill_param(int32_t set, int32_t slot, std::string_view text) {
@@ -188,23 +194,23 @@ int32_t line_id_fill_param(int32_t set, int32_t slot, std::string_view text) {
 void line_id_set_param(int32_t set, int32_t letter, char* buffer) {
   if (is_refused(__func__, __LINE__, " ", set, letter)) return;
   const int32_t slot = line_id_param_slot(letter);
-  char*& slot_buffer = g_lineid_params[set][slot];
+  char*& slot_buffer = g_params[set].text[slot];
   if (slot_buffer == buffer) return;
   if (!is_in_block(slot_buffer)) std::free(slot_buffer);
   slot_buffer = buffer;
-  g_params_len[set][slot] = 0;
+  g_params[set].len[slot] = 0;
   if (buffer != nullptr) store_text(set, slot, view_of(buffer));
 }
 
 int32_t line_id_param_allocated(int32_t set, int32_t letter) {
   const int32_t slot = line_id_param_slot(letter);
-  return line_id_is_param_set(set) && slot >= 0 && g_lineid_params[set][slot] != nullptr ? 1 : 0;
+  return line_id_is_param_set(set) && slot >= 0 && g_params[set].text[slot] != nullptr ? 1 : 0;
 }
 
 std::string_view line_id_param_text_of_number(int32_t set, int32_t slot) {
-  const uint8_t kind = g_params_len[set][slot];
-  const int64_t number = g_params_number[set][slot];
-  g_params_len[set][slot] = 0;
+  const uint8_t kind = g_params[set].len[slot];
+  const int64_t number = g_params[set].number[slot];
+  g_params[set].len[slot] = 0;
   char* buffer = buffer_of(set, slot);
   if (buffer == nullptr) return {};
   std::memset(buffer, 0, LINE_ID_SHORT_TEXT_SIZE);
@@ -216,7 +222,7 @@ std::string_view line_id_param_text_of_number(int32_t set, int32_t slot) {
   } else {
     len = line_id_put_decimal(buffer, static_cast<int32_t>(number));
   }
-  g_params_len[set][slot] = static_cast<uint8_t>(len);
+  g_params[set].len[slot] = static_cast<uint8_t>(len);
   return {buffer, len};
 }
 
@@ -241,19 +247,11 @@ void line_id_reset_params(int32_t set) {
     LINE_ID_WARN(LOG_GENERAL, "line_id_reset_params lineid_set err (%d).\r\n", set);
     return;
   }
-  // On copies that nothing else can name, so that this is a few vector instructions.
-  std::array<int8_t, LINE_ID_PARAM_ROW> flags;
-  std::array<uint8_t, LINE_ID_PARAM_ROW> lengths;
-  std::memcpy(flags.data(), g_params_flag[set], sizeof(flags));
-  std::memcpy(lengths.data(), g_params_len[set], sizeof(lengths));
+  line_id_param_set& letters = g_params[set];
   for (size_t slot = 0; slot < LINE_ID_PARAM_ROW; ++slot) {
-    const auto pinned = static_cast<uint8_t>(flags[slot] >= PARAM_PINNED ? 0xFF : 0);
-    const auto kept = static_cast<uint8_t>(DEVICE_SLOTS[slot] | pinned);
-    flags[slot] = static_cast<int8_t>(flags[slot] & kept);
-    lengths[slot] = static_cast<uint8_t>(lengths[slot] & kept);
+    letters.flag[slot] = static_cast<int8_t>(letters.flag[slot] & static_cast<int8_t>(letters.kept[slot]));
+    letters.len[slot] = letters.len[slot] & letters.kept[slot];
   }
-  std::memcpy(g_params_flag[set], flags.data(), sizeof(flags));
-  std::memcpy(g_params_len[set], lengths.data(), sizeof(lengths));
 }
 
 int32_t line_id_set_param_ani(uint8_t oltid, const char* text) {
@@ -337,32 +335,14 @@ int line_id_param_write_inf(int letter, const char* text, int, int flag) {
   return LINE_ID_OK;
 }
 
-void line_id_put_mac(int32_t set, char letter, const uint8_t* mac) {
-  if (line_id_is_pinned(set, letter)) return;
-  const int32_t slot = letter - 'A';
-  g_params_number[set][slot] = static_cast<int64_t>(mac_number(mac));
-  g_params_len[set][slot] = PARAM_MAC;
-  g_params_flag[set][slot] = PARAM_SET;
-}
-
-void line_id_put_text(int32_t set, char letter, const char (&text)[LINE_ID_TEXT_SIZE]) {
-  if (line_id_is_pinned(set, letter)) return;
-  const int32_t slot = letter - 'A';
-  g_params_flag[set][slot] = PARAM_SET;
-  g_params_len[set][slot] = 0;
-  if (text[0] == '\0') return;
-  char* buffer = buffer_of(set, slot);
-  if (buffer == nullptr) return;
-  std::memcpy(buffer, text, LINE_ID_TEXT_SIZE);
-  g_params_len[set][slot] = static_cast<uint8_t>(std::strlen(text));
-}
-
 line_id_short_text line_id_decimal_text(int32_t value) {
   line_id_short_text text = {};
   text.len = line_id_put_decimal(text.octets, value);
   return text;
 }
 
-line_id_short_text line_id_mac_text(const uint8_t* mac) { return mac_digits(mac_number(mac)); }
+line_id_short_text line_id_mac_text(const uint8_t* mac) {
+  return mac_digits(uint64_t{line_id_get_u16(mac)} << 32 | line_id_get_u32(mac + 2));
+}
 
 void line_id_printf_mac(const uint8_t* mac) { std::fputs(line_id_mac_text(mac).octets, stdout); }

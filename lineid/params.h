@@ -8,6 +8,7 @@
 #pragma once
 
 #include "core/records.h"
+#include "packet/frame.h"
 
 #include <charconv>
 #include <cstring>
@@ -25,17 +26,20 @@ enum line_id_param_flag : int8_t {
   PARAM_PINNED = 2, // by the operator
 };
 
-// The texts, each a buffer of LINE_ID_TEXT_SIZE octets or null, and their flags. Written only through the functions
-// below, read through line_id_param_view.
-extern char* g_lineid_params[LINE_ID_PARAM_SETS][LINE_ID_PARAM_SLOTS];
-extern int8_t g_params_flag[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
-
 // Lengths of the texts, or that a number is still to be turned into its text: most letters of a frame are numbers, and
 // its templates use half of them.
 constexpr uint8_t PARAM_NUMBER = 0xFE;
 constexpr uint8_t PARAM_MAC = 0xFF;
-extern uint8_t g_params_len[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
-extern int64_t g_params_number[LINE_ID_PARAM_SETS][LINE_ID_PARAM_ROW];
+
+// The letters of a set, by slot. Written only through the functions below, read through line_id_param_view.
+struct alignas(64) line_id_param_set {
+  int8_t flag[LINE_ID_PARAM_ROW];
+  uint8_t len[LINE_ID_PARAM_ROW];
+  uint8_t kept[LINE_ID_PARAM_ROW]; // all ones for what the reset for each frame spares: device-wide and pinned letters
+  int64_t number[LINE_ID_PARAM_ROW];
+  char* text[LINE_ID_PARAM_SLOTS]; // buffers of LINE_ID_TEXT_SIZE octets, or null
+};
+extern line_id_param_set g_params[LINE_ID_PARAM_SETS];
 
 // Room for the text of any number or MAC address.
 constexpr uint32_t LINE_ID_SHORT_TEXT_SIZE = 16;
@@ -78,9 +82,8 @@ int32_t line_id_param_allocated(int32_t set, int32_t letter);
 // The text of a slot, empty when there is none; valid until the letter is written again.
 std::string_view line_id_param_text_of_number(int32_t set, int32_t slot);
 inline std::string_view line_id_param_view(int32_t set, int32_t slot) {
-  const uint8_t len = g_params_len[set][slot];
-  return len < PARAM_NUMBER ? std::string_view(g_lineid_params[set][slot], len)
-                            : line_id_param_text_of_number(set, slot);
+  const uint8_t len = g_params[set].len[slot];
+  return len < PARAM_NUMBER ? std::string_view(g_params[set].text[slot], len) : line_id_param_text_of_number(set, slot);
 }
 
 // The text, "" when there is none; valid until the letter is written again.
@@ -116,20 +119,35 @@ int32_t line_id_param_proc(int32_t set, line_id_inf_info* info);
 // no hook can pin one subscriber's text for all others. Always 0.
 int line_id_param_write_inf(int letter, const char* text, int length, int flag);
 
-// ---- the agent's own letters: a set and a letter that are known to be good, nothing for a pinned letter
+// ---- the agent's own letters: a set and a letter that are known to be good; a pinned letter stays
 
-inline bool line_id_is_pinned(int32_t set, char letter) { return g_params_flag[set][letter - 'A'] >= PARAM_PINNED; }
+// Allocate the buffer of a slot that has none. False without memory.
+bool line_id_make_room(char*& text);
 
-inline void line_id_put_number(int32_t set, char letter, int32_t value, int8_t flag = PARAM_SET) {
-  if (line_id_is_pinned(set, letter)) return;
+inline void line_id_put_number(line_id_param_set& letters, char letter, int32_t value, int8_t flag = PARAM_SET) {
   const int32_t slot = letter - 'A';
-  g_params_number[set][slot] = value;
-  g_params_len[set][slot] = PARAM_NUMBER;
-  g_params_flag[set][slot] = flag;
+  if (letters.flag[slot] >= PARAM_PINNED) return;
+  letters.number[slot] = value;
+  letters.len[slot] = PARAM_NUMBER;
+  letters.flag[slot] = flag;
 }
-void line_id_put_mac(int32_t set, char letter, const uint8_t* mac);
+inline void line_id_put_mac(line_id_param_set& letters, char letter, const uint8_t* mac) {
+  const int32_t slot = letter - 'A';
+  if (letters.flag[slot] >= PARAM_PINNED) return;
+  letters.number[slot] = static_cast<int64_t>(uint64_t{line_id_get_u16(mac)} << 32 | line_id_get_u32(mac + 2));
+  letters.len[slot] = PARAM_MAC;
+  letters.flag[slot] = PARAM_SET;
+}
 // Of a terminated text.
-void line_id_put_text(int32_t set, char letter, const char (&text)[LINE_ID_TEXT_SIZE]);
+inline void line_id_put_text(line_id_param_set& letters, char letter, const char (&text)[LINE_ID_TEXT_SIZE]) {
+  const int32_t slot = letter - 'A';
+  if (letters.flag[slot] >= PARAM_PINNED) return;
+  letters.flag[slot] = PARAM_SET;
+  letters.len[slot] = 0;
+  if (text[0] == '\0' || (letters.text[slot] == nullptr && !line_id_make_room(letters.text[slot]))) return;
+  std::memcpy(letters.text[slot], text, LINE_ID_TEXT_SIZE);
+  letters.len[slot] = static_cast<uint8_t>(std::strlen(text));
+}
 
 // ---- texts of numbers, and of MAC addresses as 12 lower-case hexadecimal digits
 

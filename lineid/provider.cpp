@@ -37,15 +37,15 @@ void write_mac(line_id_param_write_func write, char letter, const uint8_t* mac) 
 
 // The parameter table's own callback, for the one set of a frame, is spared the way over terminated texts.
 struct own_set {
-  int32_t set;
+  line_id_param_set& letters;
 };
 void write_text(own_set own, char letter, const char (&text)[LINE_ID_TEXT_SIZE]) {
-  line_id_put_text(own.set, letter, text);
+  line_id_put_text(own.letters, letter, text);
 }
 void write_int(own_set own, char letter, int32_t value, int8_t flag = PARAM_SET) {
-  line_id_put_number(own.set, letter, value, flag);
+  line_id_put_number(own.letters, letter, value, flag);
 }
-void write_mac(own_set own, char letter, const uint8_t* mac) { line_id_put_mac(own.set, letter, mac); }
+void write_mac(own_set own, char letter, const uint8_t* mac) { line_id_put_mac(own.letters, letter, mac); }
 
 int32_t write_type_name(line_id_param_write_func write, char letter, int (*get_name)(char*, uint32_t)) {
   if (get_name == nullptr) return LINE_ID_OK;
@@ -196,7 +196,8 @@ void write_line_letters(Writer write, const line_id_inf_info* info, uint16_t olt
   write_text(write, 'C', info->onu.onu_text_c);
 }
 
-template <class Writer> int32_t write_frame_facts(Writer write, line_id_inf_info* info) {
+// Not built into its caller: the compiler would work out the place of the set anew for each letter.
+template <class Writer> __attribute__((noinline)) int32_t write_frame_facts(Writer write, line_id_inf_info* info) {
   uint16_t olt_slot = 0;
   if (get_slots(olt_slot, info) != LINE_ID_OK) return LINE_ID_ERR;
   if (g_hal_func_obj.get_onu_reg_info_by_optional_elem != nullptr) {
@@ -266,7 +267,8 @@ int32_t line_id_hal_param_func(uint8_t mode, line_id_param_write_func write, lin
     }
   } else if (mode == MODE_FRAME) {
     const bool is_own = write == line_id_param_write_inf && line_id_is_param_set(g_line_id_param_set);
-    const int32_t ret = is_own ? write_frame_facts(own_set{g_line_id_param_set}, info) : write_frame_facts(write, info);
+    const int32_t ret =
+        is_own ? write_frame_facts(own_set{g_params[g_line_id_param_set]}, info) : write_frame_facts(write, info);
     if (ret != LINE_ID_OK) return ret;
   }
   return call_hook(mode, write, is_start ? nullptr : info);

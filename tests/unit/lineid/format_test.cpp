@@ -164,7 +164,7 @@ TEST_F(format_test, parsing_picks_the_free_letters_out_of_a_text) {
     for (const char letter : {'s', 'c', 'a'}) found += line_id_get_param_text(11, letter) + "|"s;
     found.pop_back();
     EXPECT_EQ(found, row.found);
-    EXPECT_EQ(g_params_flag[11]['s' - 'A'], std::string(row.set).starts_with('s') ? 1 : 0);
+    EXPECT_EQ(g_params[11].flag['s' - 'A'], std::string(row.set).starts_with('s') ? 1 : 0);
   }
   EXPECT_EQ(line_id_parse_params(36, "%s", "1", 1), -1);
 }

@@ -77,8 +77,8 @@ TEST_F(params_test, the_reset_empties_all_but_device_wide_and_pinned_letters) {
     if (line_id_get_param_text(8, letter)[0] != '\0') kept += static_cast<char>(letter);
   }
   EXPECT_EQ(kept, "BHLOSYafruz");
-  EXPECT_EQ(g_params_flag[8]['s' - 'A'], 0);
-  EXPECT_EQ(g_params_flag[8]['a' - 'A'], 1);
+  EXPECT_EQ(g_params[8].flag['s' - 'A'], 0);
+  EXPECT_EQ(g_params[8].flag['a' - 'A'], 1);
   EXPECT_EQ(text_of(9, 's'), "other set");
 }
 
@@ -174,8 +174,8 @@ TEST_F(params_test, the_provider_fills_all_sets_at_start_and_one_for_a_frame) {
   EXPECT_EQ(text_of(0, 'Y'), "frame");
   EXPECT_EQ(text_of(0, 'm'), "");
   EXPECT_EQ(text_of(1, 'Y'), "start");
-  EXPECT_EQ(g_params_flag[0]['Z' - 'A'], 0);
-  EXPECT_EQ(g_params_flag[0]['a' - 'A'], 1) << "a hook cannot pin";
+  EXPECT_EQ(g_params[0].flag['Z' - 'A'], 0);
+  EXPECT_EQ(g_params[0].flag['a' - 'A'], 1) << "a hook cannot pin";
 }
 
 TEST_F(params_test, a_frame_that_a_hook_moves_to_another_set_takes_its_letters_along) {

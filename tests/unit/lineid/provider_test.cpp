@@ -170,7 +170,7 @@ TEST_F(hal_test, a_frame_gets_the_letters_of_its_line) {
               {'m', "ONU43", 1}, {'X', "100", 1},  {'x', "4660", 1}, {'h', "00005e005301", 1}};
   for (const auto& row : rows) {
     EXPECT_EQ(text(row.letter), row.text) << row.letter;
-    EXPECT_EQ(g_params_flag[0][row.letter - 'A'], row.flag) << row.letter;
+    EXPECT_EQ(g_params[0].flag[row.letter - 'A'], row.flag) << row.letter;
   }
   EXPECT_EQ(text('C'), std::string(50, 'C'));
   EXPECT_EQ(text('s', 1), "");
