@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <map>
 
 namespace {
 
@@ -33,6 +34,9 @@ struct steps {
     return value;
   }
 };
+
+// Messages of the input's own making are under way: which command they carry out is unknown.
+bool g_forged;
 
 void post(const line_id_msg& msg, uint32_t priority) {
   pal_msgQ_send_priority(g_line_id_msg_id, &msg, sizeof(msg), priority);
@@ -56,6 +60,55 @@ void write_area(steps& from, line_id_cmd_area* area) {
   from.left -= len;
 }
 
+// Octets that a set command carries, by its code; of other codes that is not known here.
+struct lengths {
+  uint32_t low, high;
+};
+std::map<int, lengths> set_lengths() {
+  std::map<int, lengths> known;
+#define LINE_ID_SWITCH(name, call, code, lo, hi, refusal, field, trap) known[code] = {1, 1};
+#define LINE_ID_SWITCH_SET(name, call, code, lo, hi) known[code] = {1, 1};
+#define LINE_ID_WORD(name, code, type, result, field, push) known[code] = {sizeof(type), sizeof(type)};
+#define LINE_ID_FORMAT(name, code, field, complaint) known[code] = {0, LINE_ID_FORMAT_LEN};
+#define LINE_ID_TEXT(name, code, size, field) known[code] = {0, size};
+#define LINE_ID_BLOCK(name, code, record) known[code] = {sizeof(record), sizeof(record)};
+#include "config/settings.def"
+  return known;
+}
+
+// A command of a wrong length changes nothing, and a client that waits goes on.
+void run_set(uint8_t oltid) {
+  static const std::map<int, lengths> known = set_lengths();
+  static line_id_common_cfg before;
+  const line_id_cmd_area* area = line_id_set_cfg_mem(oltid);
+  const auto found = known.find(area->code);
+  const bool refused =
+      found != known.end() && (area->length < found->second.low || area->length > found->second.high) && !g_forged;
+  if (refused) std::memcpy(&before, &g_line_id_common_cfg[oltid], sizeof(before));
+  pal_sem_take(g_line_id_set_mem_mutex, 0);
+  post({MSG_SET, 0, oltid, 0}, LINE_ID_MSG_PRIORITY_CFG);
+  agent_run();
+  FUZZ_CHECK(pal_sem_count(g_line_id_set_mem_mutex) == 1, "the set areas are still locked");
+  FUZZ_CHECK(!refused || std::memcmp(&before, &g_line_id_common_cfg[oltid], sizeof(before)) == 0,
+             "command %d of %u octets changed a setting", area->code, area->length);
+}
+
+// An answer comes, and holds nothing but the setting: the rest of the area is as the client left it.
+void run_get(uint8_t oltid, uint8_t code) {
+  const line_id_cmd_area* area = line_id_get_cfg_mem(oltid);
+  const line_id_cmd_area before = *area;
+  pal_sem_take(g_line_id_get_mem_sync, 0);
+  post({MSG_GET, code, oltid, 0}, LINE_ID_MSG_PRIORITY_CFG);
+  const bool forged = g_forged;
+  agent_run();
+  if (forged) return;
+  FUZZ_CHECK(pal_sem_count(g_line_id_get_mem_sync) == 1, "no answer to query %u", code);
+  FUZZ_CHECK(area->code == code, "an answer to %u is marked %d", code, area->code);
+  const size_t used = std::min<size_t>(area->length, LINE_ID_PAYLOAD_LEN);
+  FUZZ_CHECK(std::memcmp(area->payload + used, before.payload + used, LINE_ID_PAYLOAD_LEN - used) == 0,
+             "more than the %zu octets of the answer to %u", used, code);
+}
+
 // Frames that were queued. Each leaves once, whatever the messages say.
 uint32_t feed(uint8_t which, const line_id_append_info& line) {
   static const octets frames[] = {
@@ -76,22 +129,22 @@ uint32_t run_step(steps& from) {
   switch (from.take<uint8_t>() % STEPS) {
   case SET_COMMAND: {
     const uint8_t oltid = from.take<uint8_t>() % 4; // other areas are alike
-    line_id_cmd_area* area = line_id_set_cfg_mem(oltid);
-    write_area(from, area);
-    post({MSG_SET, 0, oltid, 0}, LINE_ID_MSG_PRIORITY_CFG);
-    agent_run();
+    write_area(from, line_id_set_cfg_mem(oltid));
+    run_set(oltid);
+    g_forged = false;
     return 0;
   }
   case GET_COMMAND: {
     const uint8_t oltid = from.take<uint8_t>() % 4;
     write_area(from, line_id_get_cfg_mem(oltid));
-    post({MSG_GET, from.take<uint8_t>(), oltid, 0}, LINE_ID_MSG_PRIORITY_CFG);
-    agent_run();
+    run_get(oltid, from.take<uint8_t>());
+    g_forged = false;
     return 0;
   }
   case MESSAGE: {
     const auto msg = from.take<line_id_msg>();
     post(msg, from.take<uint8_t>() % PAL_MSGQ_PRIORITIES);
+    g_forged = true;
     return 0;
   }
   case FRAME: {
@@ -100,7 +153,10 @@ uint32_t run_step(steps& from) {
     line.ext[LINE_ID_EXT_CID] = from.take<uint8_t>();
     return feed(from.take<uint8_t>(), line);
   }
-  default: agent_run(); return 0;
+  default:
+    agent_run();
+    g_forged = false;
+    return 0;
   }
 }
 
@@ -149,6 +205,7 @@ void restore() {
     *line_id_set_cfg_mem(oltid) = {};
     *line_id_get_cfg_mem(oltid) = {};
   }
+  g_forged = false;
   g_agent.hook_calls = 0;
   g_agent.sent.clear();
   g_agent.traps.clear();
