@@ -9,6 +9,7 @@ usage: ./fuzz.sh SECONDS [TARGET...]
   SECONDS  how long in all, shared evenly by the targets; at least one for each
   TARGET   some of: $targets
 What was found is in build/fuzz/findings, what was learnt in build/fuzz/corpus; the next run goes on from there.
+build/fuzz/executions has one line for each target of each run.
 TXT
 }
 
@@ -73,18 +74,21 @@ printf '\n%-12s %12s %10s %8s %8s %s\n' target executions exec/s edges inputs fi
 for target in $targets; do
   log=$work/log/$target
   stat() { sed -n "s/^stat::$1: *//p" "$log"; }
+  last=$(grep -E '^#[0-9]+.* cov: ' "$log" | tail -n 1 || true)
   executions=$(stat number_of_executed_units)
-  last=$(grep -E '^#[0-9]+.* cov: ' "$log" | tail -n 1)
+  [ -n "$executions" ] || executions=$(sed -E 's/^#([0-9]+).*/\1/' <<<"${last:-0}")
   found=-
   if [ "$(cat "$log.status")" -ne 0 ]; then
     found=$(grep -m 1 -oE 'FINDING: .*|runtime error: .*|ERROR: .*' "$log" || echo "see $log")
     findings=$((findings + 1))
   fi
-  printf '%-12s %12s %10s %8s %8s %s\n' "$target" "${executions:-?}" "$(stat average_exec_per_sec)" \
+  printf '%-12s %12s %10s %8s %8s %s\n' "$target" "$executions" "$(stat average_exec_per_sec)" \
     "$(sed -E 's/.* cov: ([0-9]+).*/\1/' <<<"$last")" "$(sed -E 's/.* corp: ([0-9]+).*/\1/' <<<"$last")" "$found"
-  total=$((total + ${executions:-0}))
+  total=$((total + executions))
+  echo "$target $executions" >>"$work/executions"
 done
 printf '%-12s %12s\n' total "$total"
+printf '%-12s %12s\n' 'all runs' "$(awk '{ all += $2 } END { print all }' "$work/executions")"
 if [ "$findings" -gt 0 ]; then
   echo "$findings targets stopped at a finding: build/fuzz/findings"
   exit 1
