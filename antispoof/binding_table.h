@@ -21,7 +21,7 @@ struct line_id_binding_place {
   bool operator==(const line_id_binding_place&) const = default;
 };
 
-// One MAC address; allocated when it is learnt, freed when it is deleted.
+// One MAC address. The memory of a deleted one is kept for the next that is learnt.
 struct line_id_binding_entry {
   rb_node node; // first, so that a node's address is its entry's
   uint64_t mac; // the key: the six octets as one number, which keeps the order of line_id_macaddr_compare
@@ -51,7 +51,7 @@ int32_t line_id_macaddr_compare(const uint8_t* a, const uint8_t* b);
 // The entry of a MAC, or null.
 line_id_binding_entry* line_id_dhcp_binding_search(rb_root* root, const uint8_t* mac);
 line_id_binding_entry* line_id_pppoe_binding_search(rb_root* root, const uint8_t* mac);
-// Takes the entry, made with new, over: 0, or -1 when the MAC is present (the entry stays the caller's).
+// Takes the entry, made with new, over for good: 0, or -1 when the MAC is present (the entry stays the caller's).
 int32_t line_id_dhcp_binding_insert(rb_root* root, line_id_binding_entry* entry);
 int32_t line_id_pppoe_binding_insert(rb_root* root, line_id_binding_entry* entry);
 // Erase and free: 0, or -1 for an unknown MAC.
