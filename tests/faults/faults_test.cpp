@@ -5,6 +5,7 @@
 #include "config/policy.h"
 #include "config/statistics.h"
 #include "config/store.h"
+#include "core/device_if.h"
 #include "core/service.h"
 #include "core/worker.h"
 #include "lineid/format.h"
@@ -240,6 +241,48 @@ TEST(faults, a_binding_that_cannot_be_stored_lets_the_frame_pass) {
     EXPECT_EQ(agent_feed(padr, LINE_ID_UPSTREAM).sent.size(), 1U);
     EXPECT_EQ(line_id_search_pppoe_binding_table(mac, &place), 0);
     EXPECT_EQ(agent_free_units(), agent_units());
+  }
+}
+
+// Every protocol both ways, from the receive call to the send callback; learning a new MAC address apart.
+TEST(faults, a_frame_on_its_road_allocates_nothing) {
+  static uint32_t sent;
+  ASSERT_EQ(agent_start(agent_defaults()), 0);
+  line_id_set_pppoe_anti_spoofing_enable_cfg(0, 1);
+  g_device_if.send_eth_frame = [](uint8_t, uint8_t, uint16_t, const uint8_t*, uint32_t) {
+    ++sent;
+    return 0;
+  };
+  const octets old = join({tlv1(1, text("an9/1.2/x/home/1/2 GP")), tlv1(2, text("home"))});
+  const struct {
+    const char* name;
+    octets frame;
+    uint8_t direct;
+    decltype(line_id_dhcp_receive)* receive;
+  } rows[] = {
+      {"DHCPv4 up", eth().dhcp4(DISCOVER).option(53, {1}).end(), 1, line_id_dhcp_receive},
+      {"DHCPv4 up, identified", eth().dhcp4(REQUEST).option(53, {3}).option(82, old).end(), 1, line_id_dhcp_receive},
+      {"DHCPv4 down", eth().dhcp4(OFFER).option(53, {2}).option(82, old).end(), 2, line_id_dhcp_receive},
+      {"DHCPv6 up", eth().dhcp6(SOLICIT).option(1, {0, 3, 0, 1}).done(), 1, line_id_dhcp_receive},
+      {"DHCPv6 down", eth().relay6(RELAY_REPL, 0, link_local(7)).option(9, dhcp6_message(REPLY, {tlv2(2, {1})})).done(),
+       2, line_id_dhcp_receive},
+      {"PPPoE up", eth().pppoe(PADI).option(0x0101, {}).done(), 1, line_id_pppoe_receive},
+      {"PPPoE up, identified", eth().pppoe(PADR).option(0x0105, join({{0, 0, 0x0D, 0xE9}, old})).done(), 1,
+       line_id_pppoe_receive},
+      {"PPPoE down", eth().pppoe(PADO).option(0x0101, {}).done(), 2, line_id_pppoe_receive},
+  };
+  ASSERT_GT(seam_allocations(), 8U) << "the frames of this test are not counted";
+  const line_id_append_info line = test_line();
+  for (const auto& row : rows) {
+    uint64_t before = 0;
+    sent = 0;
+    for (int turn = 0; turn < 2; ++turn) { // the first may learn
+      before = seam_allocations();
+      row.receive(row.frame.data(), static_cast<uint32_t>(row.frame.size()), 11, row.direct, &line);
+      agent_run();
+    }
+    EXPECT_EQ(sent, 2U) << row.name;
+    EXPECT_EQ(seam_allocations() - before, 0U) << row.name;
   }
 }
 

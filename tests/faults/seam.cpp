@@ -15,6 +15,7 @@ struct plan {
 };
 thread_local plan g_plan;
 thread_local bool g_failed;
+thread_local uint64_t g_allocations;
 
 bool fails(fault what) {
   if (g_plan.what != what || --g_plan.left != 0) return false;
@@ -32,6 +33,16 @@ void seam_fail(fault what, uint32_t nth) {
 
 bool seam_failed() { return g_failed; }
 
+uint64_t seam_allocations() { return g_allocations; }
+
+void* operator new(size_t size) {
+  ++g_allocations;
+  if (void* memory = std::malloc(size > 0 ? size : 1)) return memory;
+  throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
   return fails(ALLOCATION) ? nullptr : ::operator new(size);
 }
@@ -48,7 +59,20 @@ void* operator new[](size_t size, const std::nothrow_t&) noexcept {
 extern "C" void* __real_calloc(size_t count, size_t size);
 extern "C" void* __wrap_calloc(size_t count, size_t size);
 extern "C" void* __wrap_calloc(size_t count, size_t size) {
+  ++g_allocations;
   return fails(ALLOCATION) ? nullptr : __real_calloc(count, size);
+}
+extern "C" void* __real_malloc(size_t size);
+extern "C" void* __wrap_malloc(size_t size);
+extern "C" void* __wrap_malloc(size_t size) {
+  ++g_allocations;
+  return __real_malloc(size);
+}
+extern "C" void* __real_realloc(void* memory, size_t size);
+extern "C" void* __wrap_realloc(void* memory, size_t size);
+extern "C" void* __wrap_realloc(void* memory, size_t size) {
+  ++g_allocations;
+  return __real_realloc(memory, size);
 }
 SEAM(SEM_CREATE, int32_t, "_Z14pal_sem_createP7pal_semj", (pal_sem * sem, uint32_t kind), (sem, kind), -1)
 SEAM(SEM_OPEN, pal_sem*, "_Z12pal_sem_openP7pal_semjPKcj",

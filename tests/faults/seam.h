@@ -20,3 +20,6 @@ enum fault : uint8_t {
 void seam_fail(fault what, uint32_t nth = 1);
 // Whether the call came.
 bool seam_failed();
+
+// How often this thread has allocated, by whichever function.
+uint64_t seam_allocations();

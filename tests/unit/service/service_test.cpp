@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -206,6 +207,17 @@ TEST_F(service_test, stops_promptly_and_starts_again) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, 150ms);
     EXPECT_EQ(line_id_stop(), -9);
   }
+}
+
+TEST_F(service_test, an_idle_agent_costs_next_to_nothing) {
+  line_id_reg_custom_pkt_proc_if(count_hook);
+  running_worker worker;
+  worker.wait_until_up();
+  const std::clock_t before = std::clock(); // processor time of all threads
+  std::this_thread::sleep_for(2s);
+  const std::clock_t spent = std::clock() - before;
+  EXPECT_EQ(worker.stop(), 0);
+  EXPECT_LT(spent, CLOCKS_PER_SEC / 20) << "50 ms in two seconds";
 }
 
 TEST_F(service_test, restart_takes_left_over_frames_back) {
