@@ -14,6 +14,8 @@ from matplotlib import pyplot
 
 def part_of_limit(row, value):
     """At most 1 when the target is met, whichever way it points."""
+    if row["limit"] == 0:
+        return float(value > 0)
     return row["limit"] / value if row["at_least"] else value / row["limit"]
 
 

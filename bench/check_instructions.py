@@ -17,12 +17,13 @@ RECORD = os.path.join(os.path.dirname(os.path.abspath(__file__)), "instructions.
 TOLERANCE = 1.10
 
 
-def count(program):
+def count(program, *arguments):
     """The machine that the counts hold for, and the instructions of a frame for each case."""
     with tempfile.TemporaryDirectory() as folder:
         out = os.path.join(folder, "out")
         run = subprocess.run(
-            ["valgrind", "--tool=callgrind", "--collect-atstart=no", f"--callgrind-out-file={out}", program],
+            ["valgrind", "--tool=callgrind", "--collect-atstart=no", f"--callgrind-out-file={out}", program,
+             *arguments],
             capture_output=True, text=True, timeout=300)
         if run.returncode != 0:
             sys.exit(f"{program} failed under callgrind:\n{run.stderr}")

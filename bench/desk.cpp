@@ -248,3 +248,8 @@ void bench_stop_worker(std::thread& worker) {
   while (line_id_stop() != LINE_ID_OK) std::this_thread::yield();
   worker.join();
 }
+
+void bench_remove_shared_objects() {
+  const std::string command = std::string("rm -f /dev/shm/") + getenv("LINE_ID_IPC_PREFIX") + ".*";
+  if (std::system(command.c_str()) != 0) std::fprintf(stderr, "could not remove the shared objects\n");
+}

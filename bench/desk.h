@@ -73,5 +73,8 @@ struct one_thread_path {
 std::thread bench_start_worker();
 void bench_stop_worker(std::thread& worker);
 
+// Unlink every object of this program's prefix.
+void bench_remove_shared_objects();
+
 // The receive call of a frame's protocol, upstream.
 int32_t bench_hand_in(const octets& frame, uint8_t packet_type, const line_id_append_info& line);

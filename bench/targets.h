@@ -40,5 +40,7 @@ void measure_agents(report& into);
 void measure_growth(report& into);   // what a further tag or option costs
 void measure_text(report& into);     // an identifier's text
 void measure_bindings(report& into); // the binding tables
+void measure_memory(report& into);   // of an agent, in a process of its own
+void measure_queues(report& into);   // ours and others'
 void measure_wake(report& into);     // waking the worker, and a client of another process; before any other part
 void measure_path(report& into);     // the whole road of a frame

@@ -174,12 +174,6 @@ void answer_socket(int fd) {
   while (recv(fd, octets, sizeof(octets), 0) > 0) send(fd, octets, sizeof(octets), 0);
 }
 
-void remove_shared_objects() {
-  const std::string prefix = getenv("LINE_ID_IPC_PREFIX");
-  const std::string command = "rm -f /dev/shm/" + prefix + ".*";
-  if (std::system(command.c_str()) != 0) std::fprintf(stderr, "could not remove the shared objects\n");
-}
-
 // The client is a child of its own, so that this process can still become an agent with private objects.
 void be_client(report& into, const std::vector<int>& to_parent) {
   auto* page =
@@ -214,7 +208,7 @@ void be_client(report& into, const std::vector<int>& to_parent) {
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
   }
-  remove_shared_objects();
+  bench_remove_shared_objects();
   for (const auto& run : found) {
     if (failed || write(to_parent[1], run.data(), run.size() * sizeof(run[0])) < 0) _exit(1);
   }

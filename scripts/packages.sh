@@ -4,12 +4,13 @@ set -euo pipefail
 
 build=(g++ cmake ninja-build libpcap-dev libcli11-dev libtomlplusplus-dev nlohmann-json3-dev)
 test=("${build[@]}" libgtest-dev googletest ccache tshark python3 clang clang-format clang-tidy libclang-rt-14-dev
-      libtins-dev libboost-dev valgrind binutils iproute2 gcovr
+      libtins-dev libboost-dev libbenchmark-dev valgrind binutils iproute2 gcovr
       kea-dhcp4-server kea-dhcp6-server dnsmasq-base pppoe isc-dhcp-client dhcpcd-base busybox tcpdump ethtool
       iputils-ping nftables pkg-config)
 targets=("${test[@]}" g++-12-multilib g++-arm-linux-gnueabihf qemu-user) # g++-multilib excludes cross compilers
 soak=("${test[@]}" python3-matplotlib)
-bench=("${build[@]}" libgtest-dev libtins-dev libboost-dev valgrind python3 python3-matplotlib iproute2 isc-dhcp-relay pppoe)
+bench=("${build[@]}" libgtest-dev libbenchmark-dev libtins-dev libboost-dev valgrind python3 python3-matplotlib
+       iproute2 isc-dhcp-relay pppoe)
 
 case "${1:-}" in
   build) wanted=("${build[@]}") ;;
