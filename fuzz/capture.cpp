@@ -35,16 +35,18 @@ octets unescaped(const std::string& text) {
   return out;
 }
 
-// An identifier stands in the message behind its length, at once or with an enterprise number between. What holds it
-// may be cut short.
-void check_id(const std::optional<std::string>& id, octet_view message) {
+// An identifier stands in the message behind its length: of DHCPv6 two octets, perhaps with an enterprise number
+// between. What holds it may be cut short.
+void check_id(const std::optional<std::string>& id, uint8_t protocol, octet_view message) {
   if (!id) return;
   const octets wanted = unescaped(*id);
   const auto len = static_cast<int>(wanted.size());
   for (size_t at = 2; at + wanted.size() <= message.size(); ++at) {
     if (!std::equal(wanted.begin(), wanted.end(), message.begin() + static_cast<std::ptrdiff_t>(at))) continue;
-    if (message[at - 1] >= len || u16_at(message, at - 2) >= len) return;
-    if (at >= 6 && u16_at(message, at - 6) >= len + 4) return;
+    if (protocol != LINE_ID_DHCPV6 && message[at - 1] >= len) return;
+    if (protocol == LINE_ID_DHCPV6 && (u16_at(message, at - 2) >= len || (at >= 6 && u16_at(message, at - 6) >= len))) {
+      return;
+    }
   }
   check(false, "an identifier that the frame does not hold");
 }
@@ -91,8 +93,8 @@ void read_frame(const octets& data, direction_finder& finder) {
   const frame_ids ids = decode_ids(frame);
   octet_view message = slice(frame, found.message);
   if (found.protocol == LINE_ID_PPPOE) message = slice(message, 0, size_t{6} + u16_at(message, 4));
-  check_id(ids.circuit_id, message);
-  check_id(ids.remote_id, message);
+  check_id(ids.circuit_id, found.protocol, message);
+  check_id(ids.remote_id, found.protocol, message);
 }
 
 } // namespace

@@ -151,7 +151,9 @@ uint32_t run_step(steps& from) {
     line_id_append_info line = test_line();
     line.ext[LINE_ID_EXT_OLTID] = from.take<uint8_t>() % 4;
     line.ext[LINE_ID_EXT_CID] = from.take<uint8_t>();
-    return feed(from.take<uint8_t>(), line);
+    const auto which = from.take<uint8_t>();
+    if ((which & 128) != 0) line.ext[LINE_ID_EXT_LINE_ID_SWITCH] = 0; // passed on as it is
+    return feed(which, line);
   }
   default:
     agent_run();

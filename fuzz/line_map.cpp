@@ -22,7 +22,10 @@ void check(bool holds, const char* what) {
 }
 
 void check_matches(const line_map& map, const line_matches& matches) {
-  for (const auto& [vlans, index] : matches.by_vlan) check(index < map.lines.size(), "VLANs of no line");
+  for (const auto& [vlans, index] : matches.by_vlan) {
+    check(index < map.lines.size(), "VLANs of no line");
+    check(vlans.first <= NO_VLAN && vlans.second <= NO_VLAN, "a VLAN out of range");
+  }
   for (const auto& [mac, index] : matches.by_mac) check(index < map.lines.size(), "a MAC address of no line");
   check(!matches.default_line || *matches.default_line < map.lines.size(), "a default that is no line");
 }

@@ -23,10 +23,31 @@ done
 
 filters=()
 for folder in "${folders[@]}"; do filters+=(--filter "$folder/"); done
-gcovr -r . "${filters[@]}" --exclude-throw-branches --json "$build/coverage.json" "$build" 2>/dev/null
-for folder in "${folders[@]}"; do
-  printf '\n== %s\n' "$folder"
-  gcovr -r . -a "$build/coverage.json" --filter "$folder/" --txt | sed -n '/^File/,$p'
-done
-printf '\n== together\n'
-gcovr -r . -a "$build/coverage.json" --fail-under-line "$wanted" --print-summary --json-summary /dev/null | grep '^lines'
+gcovr -r . "${filters[@]}" --json "$build/coverage.json" "$build"
+python3 - "$build/coverage.json" "$wanted" "${folders[@]}" <<'PY'
+import json, sys
+from pathlib import Path
+
+report, wanted, *folders = sys.argv[1:]
+files = {file["file"]: file["lines"] for file in json.load(open(report))["files"]}
+summary, covered_in_all, lines_in_all = [], 0, 0
+for folder in folders:
+    covered, total = 0, 0
+    for name, lines in sorted(files.items()):
+        if not name.startswith(folder + "/"):
+            continue
+        text = Path(name).read_text().splitlines()
+        counts = {}  # a line of a template or a macro has several
+        for line in lines:
+            if not line.get("gcovr/noncode"):
+                counts[line["line_number"]] = max(counts.get(line["line_number"], 0), line["count"])
+        for number in sorted(number for number, count in counts.items() if count == 0):
+            print(f"{name}:{number}: {text[number - 1].strip()}")
+        covered += sum(count > 0 for count in counts.values())
+        total += len(counts)
+    summary.append(f"{folder:10} {covered:6} of {total:6} lines {100 * covered / max(total, 1):6.1f} %")
+    covered_in_all, lines_in_all = covered_in_all + covered, lines_in_all + total
+share = 100 * covered_in_all / max(lines_in_all, 1)
+print("", *summary, f"{'together':10} {covered_in_all:6} of {lines_in_all:6} lines {share:6.1f} %", sep="\n")
+sys.exit(share < float(wanted))
+PY
