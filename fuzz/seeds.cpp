@@ -114,10 +114,12 @@ void write_commands() {
   }
   for (uint8_t code = 0; code < 8; ++code) write_seed("commands", {2, 2, 0, code, 0, 0, 0, 0, 0, 0, 1, 4}); // shows
   write_seed("commands", join({{0, 0, 6, 0, 64}, octets(256, '%')}));
-  // The last profile set, in a frame, and deleted; a frame that is passed on.
-  const octets add = {0, 0, 48, 0, 13, 0, 64, 0, 0, 0, 0, 0, 0, 0, '%', 'm', ':', 'x'};
-  const octets remove = {0, 0, 49, 0, 5, 0, 64, 0, 0, 0};
-  write_seed("commands", join({add, octets(39, 0), {3, 0, 64, 0, 4}, remove, octets(15, 0), {3, 0, 0, 128, 4}}));
+  // A profile set, in a frame, and deleted; a frame that is passed on. The last profile, and the first that is none.
+  for (const uint8_t profile : {uint8_t{64}, uint8_t{65}}) {
+    const octets add = {0, 0, 48, 0, 13, 0, profile, 0, 0, 0, 0, 0, 0, 0, '%', 'm', ':', 'x'};
+    const octets remove = {0, 0, 49, 0, 5, 0, profile, 0, 0, 0};
+    write_seed("commands", join({add, octets(39, 0), {3, 0, profile, 0, 4}, remove, octets(15, 0), {3, 0, 0, 128, 4}}));
+  }
 }
 
 void put32(octets& out, uint32_t value) {

@@ -13,7 +13,9 @@ export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
 cmake --preset coverage >/dev/null
 cmake --build "$build" | tail -n 1
 find "$build" -name '*.gcda' -delete
-ctest --test-dir "$build" -L 'quick|host' --output-on-failure | tail -n 12
+# A killed process leaves no counts.
+failed=0
+ctest --test-dir "$build" -L 'quick|host' -E 'process.kills|check[.]' --output-on-failure | tail -n 12 || failed=1
 for corpus in build/fuzz/corpus/*; do
   program=$build/fuzz/fuzz_$(basename "$corpus")
   [ -x "$program" ] || continue
@@ -23,8 +25,9 @@ done
 
 filters=()
 for folder in "${folders[@]}"; do filters+=(--filter "$folder/"); done
-gcovr -r . "${filters[@]}" --json "$build/coverage.json" "$build"
-python3 - "$build/coverage.json" "$wanted" "${folders[@]}" <<'PY'
+# Threads that count at once leave a few counts below 0, which gcovr would stop at.
+gcovr -r . "${filters[@]}" --gcov-ignore-parse-errors --json "$build/coverage.json" "$build" 2>"$build/gcovr.log"
+python3 - "$build/coverage.json" "$wanted" "${folders[@]}" <<'PY' || failed=1
 import json, sys
 from pathlib import Path
 
@@ -51,3 +54,4 @@ share = 100 * covered_in_all / max(lines_in_all, 1)
 print("", *summary, f"{'together':10} {covered_in_all:6} of {lines_in_all:6} lines {share:6.1f} %", sep="\n")
 sys.exit(share < float(wanted))
 PY
+exit "$failed"
