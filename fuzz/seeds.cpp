@@ -135,6 +135,23 @@ void write_capture(const octets& frame, uint32_t magic) {
   write_seed("capture", join({out, frame}));
 }
 
+// Line maps at a limit, and one beyond it.
+void write_line_maps() {
+  const std::string agent = "[device]\nolt_slot = 1\n[[instance]]\n";
+  for (const size_t beyond : {0, 1}) {
+    std::string types;
+    for (size_t i = 0; i < LINE_ID_WHITE_LIST_TYPES + beyond; ++i) types += "7,";
+    const std::string id(LINE_ID_TEXT_SIZE - 1 + beyond, 'x');
+    for (const std::string& map : {
+             agent + "[white_list]\nonu_types = [" + types + "]\n[[line]]\ndefault = true\n",
+             agent + "[[line]]\ndefault = true\nonu_id = \"" + id + "\"\n",
+             agent + "[[line]]\nvlans = [\"" + std::to_string(4095 + beyond) + ".1\"]\n",
+         }) {
+      write_seed("line_map", text(map));
+    }
+  }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -150,5 +167,6 @@ int main(int argc, char** argv) {
   write_frame_variants();
   write_texts();
   write_commands();
+  write_line_maps();
   return 0;
 }
