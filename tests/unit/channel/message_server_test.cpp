@@ -13,7 +13,6 @@
 
 #include <climits>
 #include <cstring>
-#include <random>
 
 namespace {
 
@@ -224,15 +223,6 @@ TEST_F(message_server_test, the_message_names_the_instance) {
   EXPECT_EQ(line_id_get_option82_enable_cfg(5), 0);
 }
 
-TEST_F(message_server_test, the_white_list_keeps_policy_and_enables) {
-  g_trans_white_list_obj.trans_policy = g_trans_white_list_obj.pppoe_enable = 1;
-  set(0, 35, "\x01\x09"s + padded("", 67), 69);
-  EXPECT_EQ(line_id_is_onutype_match(9), 0);
-  EXPECT_EQ(g_trans_white_list_obj.trans_policy, 1);
-  EXPECT_EQ(g_trans_white_list_obj.dhcp_enable, 0);
-  EXPECT_EQ(g_trans_white_list_obj.pppoe_enable, 1);
-}
-
 TEST_F(message_server_test, every_report_is_printed) {
   const struct {
     uint16_t code;
@@ -250,33 +240,6 @@ TEST_F(message_server_test, every_report_is_printed) {
     EXPECT_EQ(testing::internal::GetCapturedStdout().rfind(row.begins, 0), 0U) << row.code;
     EXPECT_EQ(g_spoof_operations, row.code == 3 ? "dhcp 3/1/0/0" : row.code == 4 ? "pppoe 3/1/0/0" : "");
   }
-}
-
-// Whatever other processes scribble into the areas and messages.
-TEST_F(message_server_test, forged_areas_are_harmless) {
-  std::mt19937 random(20); // NOLINT(cert-msc51-cpp): the same on every run
-  const auto below = [&random](uint32_t limit) { return static_cast<uint32_t>(random()) % limit; };
-  testing::internal::CaptureStdout();
-  for (int round = 0; round < 30000; ++round) {
-    line_id_cmd_area area;
-    auto* octets = reinterpret_cast<uint8_t*>(&area);
-    for (size_t i = 0; i < sizeof(area); ++i) octets[i] = static_cast<uint8_t>(random());
-    if (below(8) != 0) area.code = static_cast<int16_t>(below(51));
-    if (below(8) != 0) area.length = below(310);
-    if (below(2) != 0) area.length = static_cast<uint32_t>(command_rows()[below(51)].longest);
-    const auto oltid = static_cast<uint8_t>(below(10));
-    if (oltid < 9) std::memcpy(line_id_set_cfg_mem(oltid), &area, sizeof(area));
-    if (oltid < 9) std::memcpy(line_id_get_cfg_mem(oltid), &area, sizeof(area));
-    line_id_set_mem_mutex_take();
-    line_id_set_cfg_msg_proc(oltid);
-    ASSERT_EQ(pal_sem_count(g_line_id_set_mem_mutex), 1);
-    line_id_get_cfg_msg_proc(oltid, static_cast<uint16_t>(below(64)));
-    ASSERT_EQ(line_id_get_mem_sync_take(), 0);
-    if (round % 100 == 0) line_id_show_cfg_msg_proc(static_cast<uint8_t>(random()), static_cast<uint16_t>(below(8)));
-    if (round % 100 == 0) line_id_dbg_level_set(0);
-    log_lines.clear();
-  }
-  EXPECT_FALSE(testing::internal::GetCapturedStdout().empty());
 }
 
 } // namespace

@@ -80,17 +80,6 @@ TEST_F(BlockTest, EnableAboveOneIsOnButKeepsNoRuleAlive) {
   EXPECT_EQ(trap_rules.back(), (std::vector<int>{0, 3, 0}));
 }
 
-TEST_F(BlockTest, TraceSaysWhyARuleIsKept) {
-  line_id_set_option82_cfg(4, 1);
-  set_traces(2, 0x20); // the DHCPv4 category alone
-  const line_id_circuit_id_config off = enabled(0, 0);
-  testing::internal::CaptureStdout();
-  line_id_set_circuit_id_config_cfg(0, &off);
-  const std::string text = testing::internal::GetCapturedStdout();
-  EXPECT_NE(text.find(" the oltid option82 enable number > 0 \r"), std::string::npos) << text;
-  EXPECT_EQ(text.find("option18"), std::string::npos) << text;
-}
-
 TEST_F(BlockTest, FormatModeTakesAnyTypeAndTheWholeTemplate) {
   line_id_circuit_id_format_mode block = {};
   block.line_id_format_type = 200;

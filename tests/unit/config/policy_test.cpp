@@ -45,22 +45,6 @@ TEST_F(PolicyTest, EveryValueOfEveryPolicy) {
   }
 }
 
-TEST_F(PolicyTest, RefusalIsSaidOnlyToWhoeverTraces) {
-  const auto said = [](uint8_t level, uint32_t bits) {
-    set_traces(level, bits);
-    testing::internal::CaptureStdout();
-    line_id_set_dhcp_reg_cfg(77);
-    line_id_set_trans_white_list_obj(nullptr);
-    return testing::internal::GetCapturedStdout();
-  };
-  EXPECT_EQ(said(0, 0x002), "");
-  EXPECT_EQ(said(2, 0x1FC), "");
-  const std::string text = said(1, 0x002);
-  EXPECT_NE(text.find("line_id_set_dhcp_reg_cfg failed(77).\r\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("param is NULL, failed(-9).\r\n"), std::string::npos) << text;
-  EXPECT_EQ(log_lines.size(), 0u);
-}
-
 line_id_white_list list_of(uint8_t num, uint8_t policy, uint8_t dhcp, uint8_t pppoe) {
   line_id_white_list list = {};
   list.num = num;

@@ -216,30 +216,6 @@ TEST_F(ingress_test, a_full_queue_gives_the_unit_back) {
   }
 }
 
-TEST_F(ingress_test, notices_are_gated_by_the_protocol) {
-  struct {
-    receive_func receive;
-    octets frame;
-    uint8_t category;
-    const char* notice;
-  } const rows[] = {
-      {line_id_dhcp_receive, discover(), LOG_DHCPV4, "dhcpv4 oltid (1) is enable .LNID_SEND_PASS_THROUGH.!\r\n"},
-      {line_id_dhcp_receive, solicit(), LOG_DHCPV6, "dhcpv6 oltid (1)is enable .LNID_SEND_PASS_THROUGH.!\r\n"},
-      {line_id_pppoe_receive, padi(), LOG_PPPOE, "pppoe module is not enabled.!\r\n"},
-      {line_id_pppoe_receive, octets(1535, 0), LOG_PPPOE, " pppoe pkt length(1535)  is not valid.!\r\n"},
-  };
-  line_id_dbg_level_set(1);
-  for (const auto& row : rows) {
-    for (const bool shown : {false, true}) {
-      g_line_id_debug_bits = shown ? 1U << row.category : ~(1U << row.category);
-      testing::internal::CaptureStdout();
-      hand_in(row.receive, row.frame, 1, line_of(1));
-      const std::string printed = testing::internal::GetCapturedStdout();
-      EXPECT_EQ(printed.find(row.notice) != std::string::npos, shown) << printed;
-    }
-  }
-}
-
 TEST_F(ingress_test, traces_show_the_frame_and_no_more) {
   line_id_dbg_level_set(2);
   g_line_id_debug_bits = 1U << LOG_PPPOE;
