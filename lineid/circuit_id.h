@@ -1,8 +1,8 @@
 // The Circuit-ID: its text, and the operations on its sub-option.
 //
-// A sub-option is its type, the low 8 bits of the text length, and the text; `out` holds at least 258 octets, zeroed
-// where the text goes. `old` is the received sub-option with its two octets in front and need not be terminated. The
-// frame's set must have been filled (line_id_param_proc). The worker.
+// A sub-option is its type, the low 8 bits of the text length, and the text; `out` holds at least 258 octets. `old` is
+// the received sub-option with its two octets in front and need not be terminated. The frame's set must have been
+// filled (line_id_param_proc). The worker.
 #pragma once
 
 #include "core/records.h"

@@ -156,23 +156,24 @@ inline uint32_t line_id_put_decimal(char* to, int32_t value) {
   static constexpr char PAIRS[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
                                   "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
                                   "8081828384858687888990919293949596979899";
+  const auto put_pair = [](char* at, uint32_t two_digits) { std::memcpy(at, PAIRS + size_t{2} * two_digits, 2); };
   const auto number = static_cast<uint32_t>(value);
   if (number < 10) {
     to[0] = static_cast<char>('0' + number);
     return 1;
   }
   if (number < 100) {
-    std::memcpy(to, PAIRS + 2 * number, 2);
+    put_pair(to, number);
     return 2;
   }
   if (number < 1000) {
     to[0] = static_cast<char>('0' + number / 100);
-    std::memcpy(to + 1, PAIRS + 2 * (number % 100), 2);
+    put_pair(to + 1, number % 100);
     return 3;
   }
   if (number < 10000) {
-    std::memcpy(to, PAIRS + 2 * (number / 100), 2);
-    std::memcpy(to + 2, PAIRS + 2 * (number % 100), 2);
+    put_pair(to, number / 100);
+    put_pair(to + 2, number % 100);
     return 4;
   }
   return static_cast<uint32_t>(std::to_chars(to, to + LINE_ID_SHORT_TEXT_SIZE - 1, value).ptr - to);

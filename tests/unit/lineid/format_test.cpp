@@ -85,6 +85,22 @@ TEST_F(format_test, expansion_stops_at_248_octets) {
   EXPECT_EQ(line_id_expand_template(0, lit(300), exact), 248);
 }
 
+TEST_F(format_test, numbers_are_written_anywhere_in_a_text) {
+  const struct {
+    int32_t number;
+    const char* text;
+  } rows[] = {{0, "0"},         {9, "9"},         {10, "10"},     {99, "99"},
+              {100, "100"},     {987, "987"},     {1000, "1000"}, {9090, "9090"},
+              {10000, "10000"}, {65535, "65535"}, {-7, "-7"},     {INT32_MIN, "-2147483648"}};
+  for (const auto& row : rows) {
+    for (const size_t in_front : {0, 16, 17, 182, 183, 200}) {
+      line_id_put_number(g_params[5], 's', row.number);
+      const std::string literal(in_front, '.');
+      EXPECT_EQ(expand(5, literal + "%s/%s"), literal + row.text + "/" + row.text) << in_front;
+    }
+  }
+}
+
 TEST_F(format_test, a_template_that_changes_in_place_expands_anew) {
   const struct {
     const char* fmt; // all of one length
