@@ -307,6 +307,7 @@ def test_apply():
     check("a caret in a file", "\n  abc%axy\n       ^\n" in run.stderr, run.stderr)
     equal("nothing of it was sent", answer("get", "--all", "--json").count('"option82":true'), 1)
     refused(8, ["bad2.toml:2:"], "apply", store("bad2.toml", "[agent]\na = \n"))
+    refused(8, ["bad3.toml:2:"], "apply", store("bad3.toml", "[agent]\na = 1\u0438\n"))
     refused(8, ["No such file"], "apply", FOLDER / "none.toml")
     refused(8, ["directory"], "apply", FOLDER)
 
