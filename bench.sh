@@ -6,7 +6,7 @@ cd "$(dirname "$0")"
 usage() {
   cat <<TXT
 usage: ./bench.sh [--json] [PART...]
-  PART    wake, memory, agents, growth, text, path, bindings, queues; all of them unless named
+  PART    memory, wake, agents, growth, text, path, bindings, queues; all of them unless named
   --json  the figures as JSON instead of tables
 Prints the instructions of a frame and each target with its median and the interval of its runs; draws
 build/bench/bench.png and bench.svg. Without a PART it also writes build/bench/sweeps.txt: times over ranges. Absolute

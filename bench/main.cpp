@@ -15,8 +15,9 @@ struct part {
   void (*measure)(report& into);
 };
 constexpr part PARTS[] = {
-    {"wake", measure_wake}, {"memory", measure_memory}, {"agents", measure_agents},     {"growth", measure_growth},
-    {"text", measure_text}, {"path", measure_path},     {"bindings", measure_bindings}, {"queues", measure_queues},
+    // the first two fork, while nothing has been started here
+    {"memory", measure_memory}, {"wake", measure_wake}, {"agents", measure_agents},     {"growth", measure_growth},
+    {"text", measure_text},     {"path", measure_path}, {"bindings", measure_bindings}, {"queues", measure_queues},
 };
 
 struct interval {
