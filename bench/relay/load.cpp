@@ -33,6 +33,7 @@ constexpr uint32_t BATCH = 32;
 constexpr double TOP_RATE = 400000; // frames a second that nothing here keeps up with
 constexpr double EVEN_RATE = 40000; // at which all contenders are compared
 constexpr double LOST_AT_MOST = 0.001;
+constexpr double FEWEST_RATE = 1000; // below it the search for a rate without loss ends
 constexpr int SEARCH_STEPS = 6;
 constexpr uint32_t UDP4_CHECKSUM = 14 + 20 + 6;
 
@@ -156,11 +157,11 @@ result measure(load& with, double rate) {
   return {in / with.seconds, out / with.seconds, std::max(0.0, 1 - out / in), taken / out};
 }
 
-// The highest rate at which next to nothing is lost.
+// The highest rate at which next to nothing is lost; if that happens at every rate, one of the lowest.
 double find_lossless(load& with) {
   double high = measure(with, TOP_RATE).received_rate * 1.1;
   double low = 0;
-  for (int step = 0; step < SEARCH_STEPS; ++step) {
+  for (int step = 0; step < SEARCH_STEPS || (low == 0 && high > FEWEST_RATE); ++step) {
     const double rate = low == 0 ? high * 0.75 : (low + high) / 2;
     const result found = measure(with, rate);
     if (found.lost <= LOST_AT_MOST) {
@@ -169,7 +170,7 @@ double find_lossless(load& with) {
       high = rate;
     }
   }
-  return low;
+  return low == 0 ? high : low;
 }
 
 // Octets of the first frame that comes out, which may take the contender some time; 0 when none does.
