@@ -48,6 +48,7 @@ public:
 private:
   bridge_port& uplink() { return ports_.back(); }
   void check_ports();
+  void rest(int64_t now);
   void serve(size_t index);
   void upstream(const wire_frame& wire, port_number from);
   void downstream(const wire_frame& wire);
@@ -60,6 +61,10 @@ private:
   std::vector<bridge_port> ports_;
   forwarding forwarding_;
   receive_batch batch_;
-  uint32_t now_ = 0; // seconds
+  uint32_t now_ = 0;        // seconds
+  int64_t crowd_since_ = 0; // milliseconds
+  int64_t crowd_ = 0;       // frames handed in to the agent since then
+  bool crowded_ = false;    // these were many in the time before
+  bool more_wait_ = false;  // the last round left frames in a ring, perhaps
   std::atomic<uint64_t> alarms_ = 0;
 };
