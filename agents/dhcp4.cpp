@@ -36,8 +36,9 @@ void write_head(uint8_t* option, uint32_t value_len) {
   option[1] = static_cast<uint8_t>(value_len);
 }
 
+template <uint8_t log>
 constexpr line_id_option_rule OPTION82_RULE = {
-    .log = LOG_DHCPV4,
+    .log = log,
     .head_len = HEAD_LEN,
     .value_offset = HEAD_LEN,
     .needs_rest = true,
@@ -159,7 +160,7 @@ int32_t downstream(line_id_inf_info* info) {
 }
 
 // 0, or -2 when the frame's MAC address belongs behind another ONU.
-int32_t check_spoofing(uint8_t oltid, line_id_inf_info* info) {
+inline int32_t check_spoofing(uint8_t oltid, line_id_inf_info* info) {
   const line_id_pkt_info* pkt = info->pkt_info_ptr;
   if (line_id_get_switch(oltid, &line_id_common_cfg::dhcp_anti_spoofing_enable) == 0) return LINE_ID_PKT_SEND;
   if (pkt->onu_authno == 0 || pkt->onu_ponno == 0) return LINE_ID_PKT_SEND;
@@ -172,9 +173,19 @@ int32_t check_spoofing(uint8_t oltid, line_id_inf_info* info) {
   return LINE_ID_PKT_SEND;
 }
 
-int32_t insert(uint8_t oltid, const uint8_t* end, line_id_inf_info* info) {
-  LINE_ID_INFO(LOG_DHCPV4, "Without getting lineid tag, add opt82 tag.\r\n");
-  const int32_t ret = line_id_dhcp_option82_proc(oltid, end, 0, OPERATION_INSERT, info);
+template <uint8_t log>
+int32_t line_id_dhcp_option82_proc(uint8_t oltid, const uint8_t* option_ptr, uint32_t old_tag_len, uint8_t op,
+                                   line_id_inf_info* info) {
+  LINE_ID_INFO(log, "dhcp_option82 proc,op = %d\r\n", op);
+  if (op == OPERATION_REMOVE && OPTION82_RULE<log>.dn_strip() != 1) return LINE_ID_ERR; // the headers stay as they are
+  const int32_t ret = line_id_option_operate<OPTION82_RULE<log>>(oltid, option_ptr, old_tag_len, op, info);
+  line_id_close_dhcp4(info->new_pkt, info->new_pkt_len, line_id_vlan_tag_len(info));
+  return ret;
+}
+
+template <uint8_t log> int32_t insert(uint8_t oltid, const uint8_t* end, line_id_inf_info* info) {
+  LINE_ID_INFO(log, "Without getting lineid tag, add opt82 tag.\r\n");
+  const int32_t ret = line_id_dhcp_option82_proc<log>(oltid, end, 0, OPERATION_INSERT, info);
   if (ret == LINE_ID_OK) return LINE_ID_PKT_SEND;
   LINE_ID_WARN(LOG_DHCPV4, "Failed to proc option82 (%d).\r\n", ret);
   return LINE_ID_PKT_PASS; // ODD: a failed insertion passes the frame, a failed rewrite drops it.
@@ -195,7 +206,7 @@ int32_t rewrite(uint8_t oltid, const dhcp4_options& found, bool white_listed, li
   return LINE_ID_PKT_SEND;
 }
 
-int32_t upstream(uint8_t oltid, line_id_inf_info* info) {
+template <uint8_t log> int32_t upstream(uint8_t oltid, line_id_inf_info* info) {
   line_id_pkt_info* pkt = info->pkt_info_ptr;
   if (pkt->reserved[LINE_ID_EXT_LINE_ID_SWITCH] == 0) {
     LINE_ID_INFO(LOG_DHCPV4, "onu lineid_switch is enable\r\n");
@@ -208,7 +219,7 @@ int32_t upstream(uint8_t oltid, line_id_inf_info* info) {
 
   const bool valid = line_id_param_proc(line_id_param_set_of(oltid, LINE_ID_DHCPV4), info) == LINE_ID_OK;
   oltid = line_id_info_oltid(info); // the parameter hook may have moved the frame
-  LINE_ID_INFO(LOG_DHCPV4, "From Slot  %d,PONNO %d, ONUNO %d,info_valid %d onu_type_id %d.\r\n", info->olt_slot,
+  LINE_ID_INFO(log, "From Slot  %d,PONNO %d, ONUNO %d,info_valid %d onu_type_id %d.\r\n", info->olt_slot,
                pkt->onu_ponno, pkt->onu_authno, valid ? 1 : 0, info->onu.onu_type_id);
   ret = check_spoofing(oltid, info);
   if (ret != LINE_ID_PKT_SEND) return ret;
@@ -219,59 +230,62 @@ int32_t upstream(uint8_t oltid, line_id_inf_info* info) {
     LINE_ID_INFO(LOG_DHCPV4, "\r\nOnu type Match !\r\n");
     return LINE_ID_PKT_PASS;
   }
-  return found.option82 == nullptr ? insert(oltid, found.end, info) : rewrite(oltid, found, white_listed, info);
+  return found.option82 == nullptr ? insert<log>(oltid, found.end, info) : rewrite(oltid, found, white_listed, info);
 }
 
-} // namespace
-
-int32_t line_id_dhcp_event_proc(line_id_unit* unit, uint8_t* new_pkt, line_id_inf_info* info) {
+template <uint8_t log> int32_t line_id_dhcp_event_proc(line_id_unit* unit, uint8_t* new_pkt, line_id_inf_info* info) {
   if (unit == nullptr || new_pkt == nullptr) {
-    LINE_ID_WARN(LOG_DHCPV4, "unit_ptr or new_pkt is NULL failed(%d).\r\n", LINE_ID_ERR_NULL);
+    LINE_ID_WARN(log, "unit_ptr or new_pkt is NULL failed(%d).\r\n", LINE_ID_ERR_NULL);
     return LINE_ID_PKT_DROP;
   }
   line_id_agent_begin(unit, new_pkt, info);
   if (info->pkt_info_ptr->vlan_count > LINE_ID_MAX_TAGS) {
-    LINE_ID_WARN(LOG_DHCPV4, "Vlan Tags exceeded.\r\n");
+    LINE_ID_WARN(log, "Vlan Tags exceeded.\r\n");
     return LINE_ID_PKT_PASS;
   }
   switch (info->pkt_info_ptr->direct) {
-  case LINE_ID_UPSTREAM: return upstream(line_id_info_oltid(info), info);
+  case LINE_ID_UPSTREAM: return upstream<log>(line_id_info_oltid(info), info);
   case LINE_ID_DOWNSTREAM: return downstream(info);
   default: return LINE_ID_PKT_SEND;
   }
 }
 
+} // namespace
+
+int32_t line_id_dhcp_event_proc(line_id_unit* unit, uint8_t* new_pkt, line_id_inf_info* info) {
+  return line_id_traces_on() ? line_id_traced<line_id_dhcp_event_proc<LOG_DHCPV4>>(unit, new_pkt, info)
+                             : line_id_dhcp_event_proc<LOG_NONE>(unit, new_pkt, info);
+}
+
 int32_t line_id_dhcp_option82_proc(uint8_t oltid, const uint8_t* option_ptr, uint32_t old_tag_len, uint8_t op,
                                    line_id_inf_info* info) {
-  LINE_ID_INFO(LOG_DHCPV4, "dhcp_option82 proc,op = %d\r\n", op);
-  if (op == OPERATION_REMOVE && OPTION82_RULE.dn_strip() != 1) return LINE_ID_ERR; // the headers stay as they are
-  const int32_t ret = line_id_option_operate<OPTION82_RULE>(oltid, option_ptr, old_tag_len, op, info);
-  line_id_close_dhcp4(info->new_pkt, info->new_pkt_len, line_id_vlan_tag_len(info));
-  return ret;
+  return line_id_dhcp_option82_proc<LOG_DHCPV4>(oltid, option_ptr, old_tag_len, op, info);
 }
 
 int32_t line_id_dhcp_option82_remove(const uint8_t* old_tag_ptr, uint32_t old_tag_len, line_id_inf_info* info) {
-  return line_id_option_remove<OPTION82_RULE>(old_tag_ptr, old_tag_len, info);
+  return line_id_option_remove<OPTION82_RULE<LOG_DHCPV4>>(old_tag_ptr, old_tag_len, info);
 }
 
 int32_t line_id_dhcp_option82_replace(uint8_t oltid, const uint8_t* old_tag_ptr, uint32_t old_tag_len,
                                       line_id_inf_info* info) {
-  return line_id_option_replace<OPTION82_RULE>(oltid, old_tag_ptr, old_tag_len, info);
+  return line_id_option_replace<OPTION82_RULE<LOG_DHCPV4>>(oltid, old_tag_ptr, old_tag_len, info);
 }
 
 int32_t line_id_dhcp_option82_modify(uint8_t oltid, const uint8_t* old_tag_ptr, uint32_t old_tag_len,
                                      line_id_inf_info* info) {
-  return line_id_option_modify<OPTION82_RULE>(oltid, old_tag_ptr, old_tag_len, info);
+  return line_id_option_modify<OPTION82_RULE<LOG_DHCPV4>>(oltid, old_tag_ptr, old_tag_len, info);
 }
 
 int32_t line_id_dhcp_option82_circuit_id_proc(uint8_t oltid, const uint8_t* old_sub_opt, uint16_t old_sub_opt_len,
                                               uint8_t* dest, uint16_t* new_sub_opt_len, uint8_t op,
                                               line_id_inf_info* info) {
-  return line_id_option_circuit_id<OPTION82_RULE>(oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len, op, info);
+  return line_id_option_circuit_id<OPTION82_RULE<LOG_DHCPV4>>(oltid, old_sub_opt, old_sub_opt_len, dest,
+                                                              new_sub_opt_len, op, info);
 }
 
 int32_t line_id_dhcp_option82_remote_id_proc(uint8_t oltid, const uint8_t* old_sub_opt, uint16_t old_sub_opt_len,
                                              uint8_t* dest, uint16_t* new_sub_opt_len, uint8_t op,
                                              line_id_inf_info* info) {
-  return line_id_option_remote_id<OPTION82_RULE>(oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len, op, info);
+  return line_id_option_remote_id<OPTION82_RULE<LOG_DHCPV4>>(oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len,
+                                                             op, info);
 }

@@ -57,14 +57,13 @@ void write_option_header(uint8_t* dest, uint16_t code, uint32_t len) {
   line_id_set_u16(dest + 2, static_cast<uint16_t>(len));
 }
 
-} // namespace
-
+template <uint8_t log>
 int32_t line_id_dhcpv6_option18_proc(uint8_t oltid, uint8_t* dest, uint32_t* len, const line_id_inf_info* info,
                                      const uint8_t* old, uint32_t old_len) {
   *len = 0;
   if (line_id_get_switch(oltid, &line_id_common_cfg::option18_enable) == 0) return LINE_ID_OK;
   const int32_t mode = line_id_get_switch(oltid, &line_id_common_cfg::line_id_format_type);
-  LINE_ID_INFO(LOG_DHCPV6, "Circuit ID (format_mode =%d):\r\n", mode);
+  LINE_ID_INFO(log, "Circuit ID (format_mode =%d):\r\n", mode);
 
   uint8_t* text = dest + DHCP6_OPTION_HEADER_LEN;
   // ODD: for CTC and CNC the head alone, also when there is no old Circuit-ID to join.
@@ -79,17 +78,18 @@ int32_t line_id_dhcpv6_option18_proc(uint8_t oltid, uint8_t* dest, uint32_t* len
   return LINE_ID_OK;
 }
 
+template <uint8_t log>
 int32_t line_id_dhcpv6_option37_proc(uint8_t oltid, uint8_t* dest, uint32_t* len, const line_id_inf_info* info) {
   *len = 0;
   if (line_id_get_switch(oltid, &line_id_common_cfg::option37_enable) == 0) return LINE_ID_OK;
-  LINE_ID_INFO(LOG_DHCPV6, "\r\n option37 is enable.\r\n");
+  LINE_ID_INFO(log, "\r\n option37 is enable.\r\n");
 
   uint8_t* enterprise = dest + DHCP6_OPTION_HEADER_LEN;
   uint8_t* text = enterprise + sizeof(ENTERPRISE_NUMBER);
   const auto kind0 = static_cast<uint8_t>(info->pkt_info_ptr->packet_type - 1);
   const int32_t text_len = line_id_print_remote_id(oltid, text, kind0);
   if (text_len < 0) {
-    LINE_ID_WARN(LOG_DHCPV6, "line_id_dhcpv6_option37_proc failed(%d).\r\n", text_len);
+    LINE_ID_WARN(log, "line_id_dhcpv6_option37_proc failed(%d).\r\n", text_len);
     return LINE_ID_ERR_OPTION37;
   }
   line_id_set_u32(enterprise, ENTERPRISE_NUMBER);
@@ -97,4 +97,18 @@ int32_t line_id_dhcpv6_option37_proc(uint8_t oltid, uint8_t* dest, uint32_t* len
   write_option_header(dest, DHCP6_OPT_REMOTE_ID, value_len);
   *len = DHCP6_OPTION_HEADER_LEN + value_len;
   return LINE_ID_OK;
+}
+
+} // namespace
+
+int32_t line_id_dhcpv6_option18_proc(uint8_t oltid, uint8_t* dest, uint32_t* len, const line_id_inf_info* info,
+                                     const uint8_t* old, uint32_t old_len) {
+  return line_id_traces_on()
+             ? line_id_traced<line_id_dhcpv6_option18_proc<LOG_DHCPV6>>(oltid, dest, len, info, old, old_len)
+             : line_id_dhcpv6_option18_proc<LOG_NONE>(oltid, dest, len, info, old, old_len);
+}
+
+int32_t line_id_dhcpv6_option37_proc(uint8_t oltid, uint8_t* dest, uint32_t* len, const line_id_inf_info* info) {
+  return line_id_traces_on() ? line_id_traced<line_id_dhcpv6_option37_proc<LOG_DHCPV6>>(oltid, dest, len, info)
+                             : line_id_dhcpv6_option37_proc<LOG_NONE>(oltid, dest, len, info);
 }

@@ -41,15 +41,15 @@ void write_head(uint8_t* tag, uint32_t value_len) {
 }
 
 // The frame's growth goes into its payload length.
-void close_payload(const line_id_inf_info* info) {
+template <uint8_t log> void close_payload(const line_id_inf_info* info) {
   const uint32_t vlan_tag_len = line_id_vlan_tag_len(info);
   line_id_close_pppoe(info->new_pkt, info->new_pkt_len, vlan_tag_len, info->new_pkt_len - info->origin_pkt_len);
-  LINE_ID_INFO(LOG_PPPOE, "pppoe plus payloadLen=%d\r\n",
-               line_id_get_u16(info->new_pkt + PAYLOAD_LEN_OFFSET + vlan_tag_len));
+  LINE_ID_INFO(log, "pppoe plus payloadLen=%d\r\n", line_id_get_u16(info->new_pkt + PAYLOAD_LEN_OFFSET + vlan_tag_len));
 }
 
+template <uint8_t log>
 constexpr line_id_option_rule VENDOR_TAG_RULE = {
-    .log = LOG_PPPOE,
+    .log = log,
     .head_len = TAG_HEADER_LEN + VENDOR_ID_LEN,
     .value_offset = TAG_HEADER_LEN,
     .needs_rest = false,
@@ -58,7 +58,7 @@ constexpr line_id_option_rule VENDOR_TAG_RULE = {
     .remoteid_up_policy = line_id_get_pppoe_remoteid_up_policy_cfg,
     .dn_strip = line_id_get_pppoe_tag_dn_strip_cfg,
     .write_head = write_head,
-    .close = close_payload,
+    .close = close_payload<log>,
     .option_name = "pppoe plus",
     .packet_name = "PPPoE",
     .circuit_id_step = "pppoe_plus_circuit_id_proc",
@@ -84,7 +84,7 @@ int32_t drop(const pppoe_frame& frame) {
   return LINE_ID_PKT_DROP;
 }
 
-pppoe_frame read_frame(line_id_inf_info* info) {
+inline pppoe_frame read_frame(line_id_inf_info* info) {
   const uint32_t vlan_tag_len = line_id_vlan_tag_len(info);
   const packet_reader whole = reader_over(info->origin_pkt_ptr, info->origin_pkt_len);
   packet_reader code = reader_sub(whole, CODE_OFFSET + vlan_tag_len);
@@ -92,6 +92,13 @@ pppoe_frame read_frame(line_id_inf_info* info) {
   pppoe_frame frame = {info, line_id_info_oltid(info), reader_u8(code), reader_u16(payload_len), {}};
   frame.payload = reader_sub(whole, TAGS_OFFSET + vlan_tag_len, frame.payload_len);
   return frame;
+}
+
+template <uint8_t log>
+int32_t line_id_pppoe_plus_proc(uint8_t oltid, const uint8_t* tag_ptr, uint32_t old_tag_len, uint8_t op,
+                                line_id_inf_info* info) {
+  LINE_ID_INFO(log, "pppoe plus proc,op = %d\r\n", op);
+  return line_id_option_operate<VENDOR_TAG_RULE<log>>(oltid, tag_ptr, old_tag_len, op, info);
 }
 
 // ---- downstream
@@ -135,7 +142,7 @@ int32_t downstream(pppoe_frame& frame) {
 
 // ---- upstream
 
-bool fetch_line_facts(pppoe_frame& frame) {
+inline bool fetch_line_facts(pppoe_frame& frame) {
   const int32_t ret = line_id_param_proc(line_id_param_set_of(frame.oltid, LINE_ID_PPPOE), frame.info);
   frame.oltid = line_id_info_oltid(frame.info); // the parameter hook may have moved the frame
   return ret == LINE_ID_OK;
@@ -143,7 +150,7 @@ bool fetch_line_facts(pppoe_frame& frame) {
 
 // 0, or -2 when the frame's MAC address belongs behind another ONU. A PADT is judged once: the first check has removed
 // the binding that a second one would look for.
-int32_t check_spoofing(const pppoe_frame& frame) {
+inline int32_t check_spoofing(const pppoe_frame& frame) {
   line_id_inf_info* info = frame.info;
   if (line_id_get_switch(frame.oltid, &line_id_common_cfg::pppoe_anti_spoofing_enable) == 0) return LINE_ID_PKT_SEND;
   if (frame.code == PADT && info->anti_spoof_passed != 0) return LINE_ID_PKT_SEND;
@@ -152,9 +159,9 @@ int32_t check_spoofing(const pppoe_frame& frame) {
   return LINE_ID_PKT_SEND;
 }
 
-int32_t note_onu_info(pppoe_frame& frame, const option_view& tag) {
+template <uint8_t log> int32_t note_onu_info(pppoe_frame& frame, const option_view& tag) {
   if (tag.length < ONU_INFO_LEN) return LINE_ID_PKT_SEND; // not the ONU's
-  LINE_ID_INFO(LOG_PPPOE, "got onu_info_tag!\r\n");
+  LINE_ID_INFO(log, "got onu_info_tag!\r\n");
   line_id_pkt_info* pkt = frame.info->pkt_info_ptr;
   pkt->onu_authno = line_id_get_u16(tag.value);
   pkt->onu_portid = line_id_get_u16(tag.value + 2);
@@ -162,33 +169,33 @@ int32_t note_onu_info(pppoe_frame& frame, const option_view& tag) {
   if (line_id_get_switch(frame.oltid, &line_id_common_cfg::pppoe_anti_spoofing_enable) == 0) return LINE_ID_PKT_SEND;
   const bool needs_facts = pkt->onu_ponno == 0; // the facts themselves may name another
   if (!fetch_line_facts(frame) && needs_facts) {
-    LINE_ID_WARN(LOG_PPPOE, "Error getting params. Passthrough.\r\n"); // ODD: the words say pass, the frame is dropped.
+    LINE_ID_WARN(log, "Error getting params. Passthrough.\r\n"); // ODD: the words say pass, the frame is dropped.
     return drop(frame);
   }
   return check_spoofing(frame);
 }
 
-int32_t insert(pppoe_frame& frame, const uint8_t* payload_end) {
-  LINE_ID_INFO(LOG_PPPOE, "vs_tag not found. add one...\r\n");
+template <uint8_t log> int32_t insert(pppoe_frame& frame, const uint8_t* payload_end) {
+  LINE_ID_INFO(log, "vs_tag not found. add one...\r\n");
   if (!fetch_line_facts(frame)) return LINE_ID_PKT_SEND; // ODD: the unchanged copy is sent, and not counted.
-  const int32_t ret = line_id_pppoe_plus_proc(frame.oltid, payload_end, 0, OPERATION_INSERT, frame.info);
+  const int32_t ret = line_id_pppoe_plus_proc<log>(frame.oltid, payload_end, 0, OPERATION_INSERT, frame.info);
   if (ret != LINE_ID_OK) {
-    LINE_ID_WARN(LOG_PPPOE, "Failed to proc pppoe plus (%d).\r\n", ret);
+    LINE_ID_WARN(log, "Failed to proc pppoe plus (%d).\r\n", ret);
     return LINE_ID_PKT_PASS;
   }
   count(frame, line_id_inc_pppoe_forwd_pkt_count);
   return LINE_ID_PKT_SEND;
 }
 
-int32_t rewrite(pppoe_frame& frame, const option_view& tag, option_result found) {
+template <uint8_t log> int32_t rewrite(pppoe_frame& frame, const option_view& tag, option_result found) {
   line_id_inf_info* info = frame.info;
-  LINE_ID_INFO(LOG_PPPOE, "got vs_tag!\r\n");
+  LINE_ID_INFO(log, "got vs_tag!\r\n");
   if (!fetch_line_facts(frame)) {
-    LINE_ID_WARN(LOG_PPPOE, "Error getting params. Passthrough.\r\n");
+    LINE_ID_WARN(log, "Error getting params. Passthrough.\r\n");
     return LINE_ID_PKT_PASS;
   }
   info->pppoe_code = frame.code;
-  LINE_ID_INFO(LOG_PPPOE, "onu_authno = %d,onu_portid = %d, slot_no = %d,\r\n", info->pkt_info_ptr->onu_authno,
+  LINE_ID_INFO(log, "onu_authno = %d,onu_portid = %d, slot_no = %d,\r\n", info->pkt_info_ptr->onu_authno,
                info->pkt_info_ptr->onu_portid, info->olt_slot);
   const int32_t spoofed = check_spoofing(frame);
   if (spoofed != LINE_ID_PKT_SEND) return spoofed;
@@ -197,41 +204,41 @@ int32_t rewrite(pppoe_frame& frame, const option_view& tag, option_result found)
       line_id_get_trans_white_list_pppoe_enable() == 1 && line_id_is_onutype_match(info->onu.onu_type_id) == 0;
   const int32_t policy = line_id_get_trans_white_list_policy();
   if (white_listed && policy == 1) {
-    LINE_ID_INFO(LOG_PPPOE, "\r\nOnu type Match !\r\n");
+    LINE_ID_INFO(log, "\r\nOnu type Match !\r\n");
     return LINE_ID_PKT_PASS;
   }
   int32_t ret = LINE_ID_ERR_SUB_OPTION; // a tag that runs past the payload
   if (found == OPTION_FOUND) {
-    ret = line_id_pppoe_plus_proc(frame.oltid, tag.value - TAG_HEADER_LEN, tag.whole_len, OPERATION_MODIFY, info);
+    ret = line_id_pppoe_plus_proc<log>(frame.oltid, tag.value - TAG_HEADER_LEN, tag.whole_len, OPERATION_MODIFY, info);
   }
   if (ret != LINE_ID_OK) {
-    LINE_ID_WARN(LOG_PPPOE, "Failed to proc lineid param (%d).\r\n", ret);
+    LINE_ID_WARN(log, "Failed to proc lineid param (%d).\r\n", ret);
     return drop(frame);
   }
   if (white_listed && policy == 0 && info->is_parse_error == 1) {
-    LINE_ID_INFO(LOG_PPPOE, "\r\n parse error pass through !\r\n");
+    LINE_ID_INFO(log, "\r\n parse error pass through !\r\n");
     return LINE_ID_PKT_PASS;
   }
   count(frame, line_id_inc_pppoe_forwd_pkt_count);
   return LINE_ID_PKT_SEND;
 }
 
-int32_t upstream(pppoe_frame& frame) {
+template <uint8_t log> int32_t upstream(pppoe_frame& frame) {
   if (frame.info->pkt_info_ptr->reserved[LINE_ID_EXT_LINE_ID_SWITCH] == 0) {
-    LINE_ID_INFO(LOG_PPPOE, "onu lineid_switch is enable\r\n");
+    LINE_ID_INFO(log, "onu lineid_switch is enable\r\n");
     return LINE_ID_PKT_PASS;
   }
   if (frame.code == PADO || frame.code == PADS) {
-    LINE_ID_WARN(LOG_PPPOE, "Upstream PADO/PADS received and pass through.\r\n");
+    LINE_ID_WARN(log, "Upstream PADO/PADS received and pass through.\r\n");
     count(frame, line_id_inc_pppoe_drop_pkt_count); // ODD: counted as dropped, yet passed on.
     return LINE_ID_PKT_PASS;
   }
   if (frame.code != PADI && frame.code != PADR && frame.code != PADT) return LINE_ID_PKT_PASS;
   count(frame, line_id_inc_pppoe_recv_pkt_count);
-  LINE_ID_INFO(LOG_PPPOE, "payload_len (%d).\r\n", frame.payload_len);
-  LINE_ID_INFO(LOG_PPPOE, "inf_info_ptr->origin_pkt_len (%d).\r\n", frame.info->origin_pkt_len);
+  LINE_ID_INFO(log, "payload_len (%d).\r\n", frame.payload_len);
+  LINE_ID_INFO(log, "inf_info_ptr->origin_pkt_len (%d).\r\n", frame.info->origin_pkt_len);
   if (!frame.payload.ok) {
-    LINE_ID_WARN(LOG_PPPOE, "invalid payload_len\r\n");
+    LINE_ID_WARN(log, "invalid payload_len\r\n");
     return drop(frame);
   }
   const uint8_t* payload_end = frame.payload.data + frame.payload.size;
@@ -239,66 +246,70 @@ int32_t upstream(pppoe_frame& frame) {
     option_view tag;
     const option_result found = option_next(frame.payload, PPPOE_TAG_RULE, tag);
     const bool whole_head = found == OPTION_FOUND || found == OPTION_OVERRUN;
-    if (whole_head) LINE_ID_INFO(LOG_PPPOE, "------tag_type =0x%02x!------ \r\n", tag.code);
-    if (whole_head && tag.code == TAG_VENDOR) return rewrite(frame, tag, found);
-    if (found != OPTION_FOUND) return insert(frame, payload_end);
+    if (whole_head) LINE_ID_INFO(log, "------tag_type =0x%02x!------ \r\n", tag.code);
+    if (whole_head && tag.code == TAG_VENDOR) return rewrite<log>(frame, tag, found);
+    if (found != OPTION_FOUND) return insert<log>(frame, payload_end);
     if (tag.code == TAG_ONU_INFO) {
-      const int32_t ret = note_onu_info(frame, tag);
+      const int32_t ret = note_onu_info<log>(frame, tag);
       if (ret != LINE_ID_PKT_SEND) return ret;
     }
+  }
+}
+
+template <uint8_t log> int32_t line_id_pppoe_event_proc(line_id_unit* unit, uint8_t* new_pkt, line_id_inf_info* info) {
+  if (unit == nullptr || new_pkt == nullptr) {
+    LINE_ID_WARN(log, "unit_ptr or new_pkt is NULL failed(%d).\r\n", LINE_ID_ERR_NULL);
+    line_id_inc_pppoe_drop_pkt_count(0, 0, 0);
+    return LINE_ID_PKT_DROP;
+  }
+  line_id_agent_begin(unit, new_pkt, info);
+  pppoe_frame frame = read_frame(info);
+  LINE_ID_INFO(log, "\rPPPOE Message got : src_port = %d,\t\torigin_pkt_len=%d oltid = %d\r\n",
+               static_cast<int>(info->pkt_info_ptr->src_port), info->origin_pkt_len, frame.oltid);
+  LINE_ID_INFO(log, "PPPoE Code = 0x%02x\r\n", frame.code);
+  switch (info->pkt_info_ptr->direct) {
+  case LINE_ID_UPSTREAM: return upstream<log>(frame);
+  case LINE_ID_DOWNSTREAM: return downstream(frame);
+  default: LINE_ID_WARN(log, "Error: incorrect direct.\r\n"); return drop(frame);
   }
 }
 
 } // namespace
 
 int32_t line_id_pppoe_event_proc(line_id_unit* unit, uint8_t* new_pkt, line_id_inf_info* info) {
-  if (unit == nullptr || new_pkt == nullptr) {
-    LINE_ID_WARN(LOG_PPPOE, "unit_ptr or new_pkt is NULL failed(%d).\r\n", LINE_ID_ERR_NULL);
-    line_id_inc_pppoe_drop_pkt_count(0, 0, 0);
-    return LINE_ID_PKT_DROP;
-  }
-  line_id_agent_begin(unit, new_pkt, info);
-  pppoe_frame frame = read_frame(info);
-  LINE_ID_INFO(LOG_PPPOE, "\rPPPOE Message got : src_port = %d,\t\torigin_pkt_len=%d oltid = %d\r\n",
-               static_cast<int>(info->pkt_info_ptr->src_port), info->origin_pkt_len, frame.oltid);
-  LINE_ID_INFO(LOG_PPPOE, "PPPoE Code = 0x%02x\r\n", frame.code);
-  switch (info->pkt_info_ptr->direct) {
-  case LINE_ID_UPSTREAM: return upstream(frame);
-  case LINE_ID_DOWNSTREAM: return downstream(frame);
-  default: LINE_ID_WARN(LOG_PPPOE, "Error: incorrect direct.\r\n"); return drop(frame);
-  }
+  return line_id_traces_on() ? line_id_traced<line_id_pppoe_event_proc<LOG_PPPOE>>(unit, new_pkt, info)
+                             : line_id_pppoe_event_proc<LOG_NONE>(unit, new_pkt, info);
 }
 
 int32_t line_id_pppoe_plus_proc(uint8_t oltid, const uint8_t* tag_ptr, uint32_t old_tag_len, uint8_t op,
                                 line_id_inf_info* info) {
-  LINE_ID_INFO(LOG_PPPOE, "pppoe plus proc,op = %d\r\n", op);
-  return line_id_option_operate<VENDOR_TAG_RULE>(oltid, tag_ptr, old_tag_len, op, info);
+  return line_id_pppoe_plus_proc<LOG_PPPOE>(oltid, tag_ptr, old_tag_len, op, info);
 }
 
 int32_t line_id_pppoe_plus_remove(const uint8_t* old_tag_ptr, uint32_t old_tag_len, line_id_inf_info* info) {
-  return line_id_option_remove<VENDOR_TAG_RULE>(old_tag_ptr, old_tag_len, info);
+  return line_id_option_remove<VENDOR_TAG_RULE<LOG_PPPOE>>(old_tag_ptr, old_tag_len, info);
 }
 
 int32_t line_id_pppoe_plus_replace(uint8_t oltid, const uint8_t* old_tag_ptr, uint32_t old_tag_len,
                                    line_id_inf_info* info) {
-  return line_id_option_replace<VENDOR_TAG_RULE>(oltid, old_tag_ptr, old_tag_len, info);
+  return line_id_option_replace<VENDOR_TAG_RULE<LOG_PPPOE>>(oltid, old_tag_ptr, old_tag_len, info);
 }
 
 int32_t line_id_pppoe_plus_modify(uint8_t oltid, const uint8_t* old_tag_ptr, uint32_t old_tag_len,
                                   line_id_inf_info* info) {
-  return line_id_option_modify<VENDOR_TAG_RULE>(oltid, old_tag_ptr, old_tag_len, info);
+  return line_id_option_modify<VENDOR_TAG_RULE<LOG_PPPOE>>(oltid, old_tag_ptr, old_tag_len, info);
 }
 
 int32_t line_id_pppoe_plus_circuit_id_proc(uint8_t oltid, const uint8_t* old_sub_opt, uint16_t old_sub_opt_len,
                                            uint8_t* dest, uint16_t* new_sub_opt_len, uint8_t op,
                                            line_id_inf_info* info) {
-  return line_id_option_circuit_id<VENDOR_TAG_RULE>(oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len, op,
-                                                    info);
+  return line_id_option_circuit_id<VENDOR_TAG_RULE<LOG_PPPOE>>(oltid, old_sub_opt, old_sub_opt_len, dest,
+                                                               new_sub_opt_len, op, info);
 }
 
 int32_t line_id_pppoe_plus_remote_id_proc(uint8_t oltid, const uint8_t* old_sub_opt, uint16_t old_sub_opt_len,
                                           uint8_t* dest, uint16_t* new_sub_opt_len, uint8_t op,
                                           line_id_inf_info* info) {
-  return line_id_option_remote_id<VENDOR_TAG_RULE>(oltid, old_sub_opt, old_sub_opt_len, dest, new_sub_opt_len, op,
-                                                   info);
+  return line_id_option_remote_id<VENDOR_TAG_RULE<LOG_PPPOE>>(oltid, old_sub_opt, old_sub_opt_len, dest,
+                                                              new_sub_opt_len, op, info);
 }

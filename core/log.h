@@ -19,6 +19,7 @@ enum line_id_log_category : uint8_t {
   LOG_DHCPV6 = 6,
   LOG_PPPOE = 7,
   LOG_DEVICE = 8,
+  LOG_NONE = 0xFF, // never traced
 };
 
 // Hidden where they are declared, too: each trace then reads them without looking their address up.
@@ -42,10 +43,27 @@ void line_id_log_error(const char* function, int line, const char* format, ...)
 void line_id_log_trace(const char* tag, const char* function, int line, const char* format, ...)
     __attribute__((cold, format(printf, 4, 5)));
 
-inline bool line_id_log_enabled([[maybe_unused]] uint8_t category, [[maybe_unused]] uint8_t level) {
+// Whether a trace of any category may print. What every frame goes through is a template of its category: its entry
+// asks this once, and takes the instance for LOG_NONE, in which no trace is left, when it is false.
+inline bool line_id_traces_on() {
 #ifdef LINE_ID_WITHOUT_TRACES // a yardstick of bench/, which tracing costs nothing
   return false;
 #else
+  return __builtin_expect(g_line_id_dbg_level.load(std::memory_order_relaxed) != 0, 0);
+#endif
+}
+
+// The way into the instance with traces. A function of its own, so that they cost the entry no registers.
+template <auto function, class... Arguments>
+__attribute__((cold, noinline)) auto line_id_traced(Arguments... arguments) {
+  return function(arguments...);
+}
+
+inline bool line_id_log_enabled([[maybe_unused]] uint8_t category, [[maybe_unused]] uint8_t level) {
+#ifdef LINE_ID_WITHOUT_TRACES
+  return false;
+#else
+  if (category == LOG_NONE) return false;
   return __builtin_expect(g_line_id_dbg_level.load(std::memory_order_relaxed) >= level, 0) &&
          (g_line_id_debug_bits.load(std::memory_order_relaxed) >> category & 1U) != 0;
 #endif

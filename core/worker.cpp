@@ -54,15 +54,17 @@ void complete_dropped(const line_id_msg& msg) {
 }
 
 int32_t dispatch(lib_comm_lib* mgr, const line_id_msg& msg) {
+  packet_event event;
   switch (msg.kind) {
   case MSG_SET: return line_id_set_cfg_msg_proc(msg.oltid);
   case MSG_GET: return line_id_get_cfg_msg_proc(msg.oltid, msg.code);
   case MSG_SHOW: return line_id_show_cfg_msg_proc(msg.oltid, msg.code);
-  case MSG_DHCPV4: return schedule_packet(mgr, msg, line_id_dhcp4_pkt_proc);
-  case MSG_DHCPV6: return schedule_packet(mgr, msg, line_id_dhcp6_pkt_proc);
-  case MSG_PPPOE: return schedule_packet(mgr, msg, line_id_pppoe_pkt_proc);
+  case MSG_DHCPV4: event = line_id_dhcp4_pkt_proc; break;
+  case MSG_DHCPV6: event = line_id_dhcp6_pkt_proc; break;
+  case MSG_PPPOE: event = line_id_pppoe_pkt_proc; break;
   default: return LINE_ID_OK;
   }
+  return schedule_packet(mgr, msg, event);
 }
 
 // Frames that were scheduled and not run when the loop ended go back to the pool.

@@ -26,14 +26,14 @@ uint8_t profile_of(const line_id_inf_info* info) { return info->cid <= LINE_ID_V
 
 bool has_valid_identity(const line_id_inf_info* info) { return info->onu.onu_losn_valid_or_invalid == 1; }
 
-std::string_view choose_template(uint8_t oltid, uint8_t splice, const line_id_inf_info* info, bool traced) {
+template <uint8_t log> std::string_view choose_template(uint8_t oltid, uint8_t splice, const line_id_inf_info* info) {
   int32_t format_mode = line_id_get_switch(oltid, &line_id_common_cfg::line_id_format_type);
-  if (info->cid != 0 || traced) { // without a profile the instance's own template is all there is to ask for
+  if (info->cid != 0 || log != LOG_NONE) { // without a profile the instance's own template is all there is to ask for
     const auto cirt_type = static_cast<uint8_t>(line_id_check_vlan_based_circuit_fmt(info, oltid));
-    LINE_ID_INFO(LOG_GENERAL, "format_mode:%d, cirt_type:%d\r\n", format_mode, cirt_type);
+    LINE_ID_INFO(log, "format_mode:%d, cirt_type:%d\r\n", format_mode, cirt_type);
     if (cirt_type == 0) {
       const std::string_view fmt = line_id_get_vlan_based_circuit_fmt(info, oltid);
-      LINE_ID_INFO(LOG_GENERAL, "vlan-based circuit format:%.*s\r\n", static_cast<int>(fmt.size()), fmt.data());
+      LINE_ID_INFO(log, "vlan-based circuit format:%.*s\r\n", static_cast<int>(fmt.size()), fmt.data());
       return fmt;
     }
     if (cirt_type <= MODE_CNC) format_mode = cirt_type;
@@ -45,6 +45,36 @@ std::string_view choose_template(uint8_t oltid, uint8_t splice, const line_id_in
   const bool is_cnc = format_mode == MODE_CNC;
   if (splice == SPLICE_HEAD) return (is_cnc ? CNC_SPLICE_FORMAT : CTC_SPLICE_FORMAT)[has_valid_identity(info) ? 1 : 0];
   return (is_cnc ? CNC_FORMAT : CTC_FORMAT)[line_id_get_def_std_fmt_type_cfg()];
+}
+
+template <uint8_t log>
+int32_t line_id_print_circuit_id(uint8_t oltid, uint8_t* out, uint8_t splice, const line_id_inf_info* info) {
+  if (out == nullptr) return line_id_refuse_null(__func__, __LINE__);
+  const int32_t set = line_id_param_set_of(oltid, info->pkt_info_ptr->packet_type);
+  const std::string_view fmt = choose_template<log>(oltid, splice, info);
+  LINE_ID_INFO(log, "lineid_set:%d, format_buf:%.*s#\r\n", set, static_cast<int>(fmt.size()), fmt.data());
+  const int32_t len = line_id_expand_template(set, fmt, reinterpret_cast<char*>(out));
+  if (len < 0) {
+    LINE_ID_WARN(log, "line_id_print_circuit_id failed(%d).\r\n", LINE_ID_ERR);
+    return LINE_ID_ERR;
+  }
+  LINE_ID_INFO(log, "lineid_set:%d, dest_buf:%.*s#\r\n", set, len, reinterpret_cast<const char*>(out));
+  LINE_ID_INFO(log, "opt_len:%d \r\n", len);
+  return len;
+}
+
+template <uint8_t log>
+LINE_ID_FLAT int32_t line_id_circuit_id_replace(uint8_t oltid, uint8_t* out, uint16_t* opt_len,
+                                                line_id_inf_info* info) {
+  if (out == nullptr || opt_len == nullptr) return line_id_refuse_null(__func__, __LINE__);
+  const int32_t len = line_id_print_circuit_id<log>(oltid, out + LINE_ID_SUB_OPTION_HEAD, SPLICE_NONE, info);
+  if (len < 0) {
+    // ODD: the warning names -9 and the result is -1.
+    LINE_ID_WARN(log, "line_id_print_circuit_id  failed(%d).\r\n", LINE_ID_ERR_NULL);
+    return LINE_ID_ERR;
+  }
+  line_id_close_sub_option(out, LINE_ID_SUB_CIRCUIT_ID, static_cast<uint32_t>(len), opt_len);
+  return LINE_ID_OK;
 }
 
 // Write the line's technology into a received text, after its fourth space. The text stands in a zeroed work area that
@@ -168,23 +198,8 @@ std::string_view line_id_get_vlan_based_circuit_fmt(const line_id_inf_info* info
 }
 
 int32_t line_id_print_circuit_id(uint8_t oltid, uint8_t* out, uint8_t splice, const line_id_inf_info* info) {
-  if (out == nullptr) return line_id_refuse_null(__func__, __LINE__);
-  const bool traced = line_id_log_enabled(LOG_GENERAL, 2);
-  const int32_t set = line_id_param_set_of(oltid, info->pkt_info_ptr->packet_type);
-  const std::string_view fmt = choose_template(oltid, splice, info, traced);
-  if (traced) {
-    LINE_ID_INFO(LOG_GENERAL, "lineid_set:%d, format_buf:%.*s#\r\n", set, static_cast<int>(fmt.size()), fmt.data());
-  }
-  const int32_t len = line_id_expand_template(set, fmt, reinterpret_cast<char*>(out));
-  if (len < 0) {
-    LINE_ID_WARN(LOG_GENERAL, "line_id_print_circuit_id failed(%d).\r\n", LINE_ID_ERR);
-    return LINE_ID_ERR;
-  }
-  if (traced) {
-    LINE_ID_INFO(LOG_GENERAL, "lineid_set:%d, dest_buf:%.*s#\r\n", set, len, reinterpret_cast<const char*>(out));
-    LINE_ID_INFO(LOG_GENERAL, "opt_len:%d \r\n", len);
-  }
-  return len;
+  return line_id_traces_on() ? line_id_traced<line_id_print_circuit_id<LOG_GENERAL>>(oltid, out, splice, info)
+                             : line_id_print_circuit_id<LOG_NONE>(oltid, out, splice, info);
 }
 
 int32_t line_id_circuit_id_cut_pos(int32_t mode, const uint8_t* text, uint32_t len, const line_id_inf_info* info) {
@@ -213,17 +228,10 @@ int32_t line_id_circuit_id_modify(uint8_t oltid, const uint8_t* old, uint16_t ol
                              : modify_standard(oltid, mode, received, received_len, out, opt_len, info);
 }
 
-LINE_ID_FLAT int32_t line_id_circuit_id_replace(uint8_t oltid, const uint8_t*, uint16_t, uint8_t* out,
-                                                uint16_t* opt_len, line_id_inf_info* info) {
-  if (out == nullptr || opt_len == nullptr) return line_id_refuse_null(__func__, __LINE__);
-  const int32_t len = line_id_print_circuit_id(oltid, out + LINE_ID_SUB_OPTION_HEAD, SPLICE_NONE, info);
-  if (len < 0) {
-    // ODD: the warning names -9 and the result is -1.
-    LINE_ID_WARN(LOG_GENERAL, "line_id_print_circuit_id  failed(%d).\r\n", LINE_ID_ERR_NULL);
-    return LINE_ID_ERR;
-  }
-  line_id_close_sub_option(out, LINE_ID_SUB_CIRCUIT_ID, static_cast<uint32_t>(len), opt_len);
-  return LINE_ID_OK;
+int32_t line_id_circuit_id_replace(uint8_t oltid, const uint8_t*, uint16_t, uint8_t* out, uint16_t* opt_len,
+                                   line_id_inf_info* info) {
+  return line_id_traces_on() ? line_id_traced<line_id_circuit_id_replace<LOG_GENERAL>>(oltid, out, opt_len, info)
+                             : line_id_circuit_id_replace<LOG_NONE>(oltid, out, opt_len, info);
 }
 
 int32_t line_id_circuit_id_remove(const uint8_t*, uint16_t, uint8_t*, uint16_t* opt_len, line_id_inf_info*) {

@@ -76,13 +76,13 @@ int32_t line_id_write_perm_info_param(line_id_param_write_func write) {
   return ret;
 }
 
-int32_t get_slots(uint16_t& olt_slot, line_id_inf_info* info) {
+template <uint8_t log> int32_t get_slots(uint16_t& olt_slot, line_id_inf_info* info) {
   const line_id_hal_func_table& hal = g_hal_func_obj;
   if (hal.get_olt_card_slot_info != nullptr) {
     const int ret = hal.get_olt_card_slot_info(&olt_slot);
     if (ret != 0 || olt_slot == 0) {
-      LINE_ID_WARN(LOG_DEVICE, "get_olt_card_slot_info,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
-      LINE_ID_WARN(LOG_DEVICE, "olt_slot=%d.\r\n", olt_slot);
+      LINE_ID_WARN(log, "get_olt_card_slot_info,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+      LINE_ID_WARN(log, "olt_slot=%d.\r\n", olt_slot);
       return LINE_ID_ERR;
     }
   }
@@ -91,8 +91,8 @@ int32_t get_slots(uint16_t& olt_slot, line_id_inf_info* info) {
   if (hal.get_onu_card_slot_info != nullptr) {
     const int ret = hal.get_onu_card_slot_info(&slot, &sub_slot);
     if (ret != 0 || slot == 0 || sub_slot == 0) {
-      LINE_ID_WARN(LOG_DEVICE, "get_onu_card_slot_info,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
-      LINE_ID_WARN(LOG_DEVICE, "onu_slot=%d,onu_sub_slot=%d.\r\n", slot, sub_slot);
+      LINE_ID_WARN(log, "get_onu_card_slot_info,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+      LINE_ID_WARN(log, "onu_slot=%d,onu_sub_slot=%d.\r\n", slot, sub_slot);
       return LINE_ID_ERR;
     }
   }
@@ -103,27 +103,27 @@ int32_t get_slots(uint16_t& olt_slot, line_id_inf_info* info) {
 }
 
 // The ONU's registration; it may correct the frame's ONU and PON numbers.
-int32_t line_id_write_onu_register_info_param(line_id_inf_info* info) {
+template <uint8_t log> int32_t line_id_write_onu_register_info_param(line_id_inf_info* info) {
   line_id_pkt_info* pkt = info->pkt_info_ptr;
   line_id_onu_reg_info reg = {};
   reg.onu_auth = pkt->onu_authno;
   reg.onu_ponno = pkt->onu_ponno;
   std::memcpy(reg.onu_id, info->onu.onu_id, sizeof(reg.onu_id));
-  LINE_ID_INFO(LOG_DEVICE, "onu_auth before=%d.onu_ponno before =%d,onu_id before =%s\r\n", reg.onu_auth, reg.onu_ponno,
+  LINE_ID_INFO(log, "onu_auth before=%d.onu_ponno before =%d,onu_id before =%s\r\n", reg.onu_auth, reg.onu_ponno,
                reg.onu_id);
   if (const int ret = g_hal_func_obj.get_onu_reg_info_by_optional_elem(&reg); ret != 0) return ret;
   for (char* text : {reg.onu_id, reg.onu_text_n, reg.onu_text_c}) text[LINE_ID_PARAM_LEN] = '\0';
   info->onu = reg;
   pkt->onu_authno = reg.onu_auth;
   pkt->onu_ponno = reg.onu_ponno;
-  LINE_ID_INFO(LOG_DEVICE, "onu_auth after = %d, onu_ponno after = %d, onu_id after = %s, onu_rpc_ponno = %d\r\n",
+  LINE_ID_INFO(log, "onu_auth after = %d, onu_ponno after = %d, onu_id after = %s, onu_rpc_ponno = %d\r\n",
                reg.onu_auth, reg.onu_ponno, reg.onu_id, reg.onu_rpc_ponno);
-  LINE_ID_INFO(LOG_DEVICE, "onu_losn_valid_or_invalid = %d.\r\n", reg.onu_losn_valid_or_invalid);
+  LINE_ID_INFO(log, "onu_losn_valid_or_invalid = %d.\r\n", reg.onu_losn_valid_or_invalid);
   return LINE_ID_OK;
 }
 
 // The technology with its text, null without the callback. 0, -1, or -14 for an unknown form.
-int32_t get_tech_text(const tech_form*& found, line_id_inf_info* info) {
+template <uint8_t log> int32_t get_tech_text(const tech_form*& found, line_id_inf_info* info) {
   found = nullptr;
   const auto get_form = g_hal_func_obj.get_access_device_tech_form;
   if (get_form == nullptr) return LINE_ID_OK;
@@ -131,7 +131,7 @@ int32_t get_tech_text(const tech_form*& found, line_id_inf_info* info) {
   uint8_t form = 0;
   const int ret = get_form(pkt->onu_ponno, pkt->onu_authno, &form);
   if (ret != 0) {
-    LINE_ID_WARN(LOG_DEVICE, "get_access_device_tech_form ,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+    LINE_ID_WARN(log, "get_access_device_tech_form ,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
     return LINE_ID_ERR;
   }
   for (const tech_form& row : TECH_FORMS) {
@@ -139,10 +139,10 @@ int32_t get_tech_text(const tech_form*& found, line_id_inf_info* info) {
     found = &row;
     if (!row.is_kept) return LINE_ID_OK;
     info->form = form;
-    LINE_ID_INFO(LOG_DEVICE, "inf_info_ptr->form = %d.\r\n", info->form);
+    LINE_ID_INFO(log, "inf_info_ptr->form = %d.\r\n", info->form);
     return LINE_ID_OK;
   }
-  LINE_ID_WARN(LOG_DEVICE, "get_access_device_tech_form ,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR_TECH_NORMS);
+  LINE_ID_WARN(log, "get_access_device_tech_form ,ret(%d), failed(%d).\r\n", ret, LINE_ID_ERR_TECH_NORMS);
   return LINE_ID_ERR_TECH_NORMS;
 }
 
@@ -153,10 +153,10 @@ int32_t line_id_write_onu_port_info_param(line_id_inf_info* info) {
   return ret;
 }
 
-template <class Writer> int32_t write_port_letters(Writer write, line_id_inf_info* info) {
+template <uint8_t log, class Writer> int32_t write_port_letters(Writer write, line_id_inf_info* info) {
   if (g_hal_func_obj.get_onu_port_info_by_logic_port == nullptr) return LINE_ID_OK;
   if (const int32_t ret = line_id_write_onu_port_info_param(info); ret != 0) {
-    LINE_ID_WARN(LOG_DEVICE, "line_id_write_onu_port_info_param ,ret_val(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+    LINE_ID_WARN(log, "line_id_write_onu_port_info_param ,ret_val(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
     return LINE_ID_ERR;
   }
   switch (info->port.port_type) {
@@ -170,7 +170,7 @@ template <class Writer> int32_t write_port_letters(Writer write, line_id_inf_inf
     write_int(write, 'X', info->pkt_info_ptr->svlan);
     write_int(write, 'x', info->pkt_info_ptr->cvlan);
     return LINE_ID_OK;
-  default: LINE_ID_WARN(LOG_DEVICE, "invalid port type ,failed(%d).\r\n", LINE_ID_ERR); return LINE_ID_ERR;
+  default: LINE_ID_WARN(log, "invalid port type ,failed(%d).\r\n", LINE_ID_ERR); return LINE_ID_ERR;
   }
 }
 
@@ -197,20 +197,27 @@ void write_line_letters(Writer write, const line_id_inf_info* info, uint16_t olt
 }
 
 // Not built into its caller: the compiler would work out the place of the set anew for each letter.
-template <class Writer> __attribute__((noinline)) int32_t write_frame_facts(Writer write, line_id_inf_info* info) {
+template <uint8_t log, class Writer>
+__attribute__((noinline)) int32_t write_frame_facts(Writer write, line_id_inf_info* info) {
   uint16_t olt_slot = 0;
-  if (get_slots(olt_slot, info) != LINE_ID_OK) return LINE_ID_ERR;
+  if (get_slots<log>(olt_slot, info) != LINE_ID_OK) return LINE_ID_ERR;
   if (g_hal_func_obj.get_onu_reg_info_by_optional_elem != nullptr) {
-    if (const int32_t ret = line_id_write_onu_register_info_param(info); ret != LINE_ID_OK) {
-      LINE_ID_WARN(LOG_DEVICE, "line_id_write_onu_register_info_param ,ret_val(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+    if (const int32_t ret = line_id_write_onu_register_info_param<log>(info); ret != LINE_ID_OK) {
+      LINE_ID_WARN(log, "line_id_write_onu_register_info_param ,ret_val(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
       return LINE_ID_ERR;
     }
   }
   const tech_form* tech = nullptr;
-  if (const int32_t ret = get_tech_text(tech, info); ret != LINE_ID_OK) return ret;
-  if (write_port_letters(write, info) != LINE_ID_OK) return LINE_ID_ERR;
+  if (const int32_t ret = get_tech_text<log>(tech, info); ret != LINE_ID_OK) return ret;
+  if (write_port_letters<log>(write, info) != LINE_ID_OK) return LINE_ID_ERR;
   write_line_letters(write, info, olt_slot, tech);
   return LINE_ID_OK;
+}
+
+int32_t write_own_facts(line_id_inf_info* info) {
+  const own_set own = {g_params[g_line_id_param_set]};
+  return line_id_traces_on() ? line_id_traced<write_frame_facts<LOG_DEVICE, own_set>>(own, info)
+                             : write_frame_facts<LOG_NONE>(own, info);
 }
 
 // The host's hook sees, and may change, the frame's facts; at start-up a zeroed record.
@@ -267,8 +274,7 @@ int32_t line_id_hal_param_func(uint8_t mode, line_id_param_write_func write, lin
     }
   } else if (mode == MODE_FRAME) {
     const bool is_own = write == line_id_param_write_inf && line_id_is_param_set(g_line_id_param_set);
-    const int32_t ret =
-        is_own ? write_frame_facts(own_set{g_params[g_line_id_param_set]}, info) : write_frame_facts(write, info);
+    const int32_t ret = is_own ? write_own_facts(info) : write_frame_facts<LOG_DEVICE>(write, info);
     if (ret != LINE_ID_OK) return ret;
   }
   return call_hook(mode, write, is_start ? nullptr : info);

@@ -134,11 +134,11 @@ int32_t line_id_check_udp_header(const uint8_t* udp, int32_t remaining, uint8_t 
   return LINE_ID_ERR_IP_LENGTH;
 }
 
-LINE_ID_FLAT int32_t line_id_check_dhcp_pkt(const uint8_t* frame, uint32_t len, uint8_t direct) {
+template <uint8_t log> LINE_ID_FLAT int32_t line_id_check_dhcp_pkt(const uint8_t* frame, uint32_t len, uint8_t direct) {
   const int32_t tags = line_id_check_vlan_tag_num(frame, len);
   if (tags < 0) return tags;
   const uint32_t eth_header_len = ETH_HEADER_LEN + VLAN_TAG_LEN * static_cast<uint32_t>(tags);
-  LINE_ID_INFO(LOG_DHCPV4, "eth_header_len = %d .\r\n", static_cast<int>(eth_header_len));
+  LINE_ID_INFO(log, "eth_header_len = %d .\r\n", static_cast<int>(eth_header_len));
 
   const header_at ip = header_at_offset(frame, len, eth_header_len);
   if (line_id_check_ip_header(ip.data, ip.remaining) != LINE_ID_OK) {
@@ -151,8 +151,13 @@ LINE_ID_FLAT int32_t line_id_check_dhcp_pkt(const uint8_t* frame, uint32_t len, 
     LINE_ID_WARN(LOG_DHCPV4, "invalid udp header of dhcp pkt,len=%u,ipHdrLen is %u\r\n", len, ip_header_len);
     return LINE_ID_ERR_IP_LENGTH;
   }
-  LINE_ID_INFO(LOG_DHCPV4, "dhcp check  fun end.\r");
+  LINE_ID_INFO(log, "dhcp check  fun end.\r");
   return LINE_ID_OK;
+}
+
+int32_t line_id_check_dhcp_pkt(const uint8_t* frame, uint32_t len, uint8_t direct) {
+  return line_id_traces_on() ? line_id_traced<line_id_check_dhcp_pkt<LOG_DHCPV4>>(frame, len, direct)
+                             : line_id_check_dhcp_pkt<LOG_NONE>(frame, len, direct);
 }
 
 int32_t line_id_check_pppoe_header(const uint8_t* pppoe, int32_t remaining, uint8_t direct) {

@@ -35,16 +35,14 @@ int8_t apply_exception_policy(int8_t result) {
 
 uint8_t reverse(uint8_t direct) { return direct == LINE_ID_UPSTREAM ? LINE_ID_DOWNSTREAM : LINE_ID_UPSTREAM; }
 
-} // namespace
-
-int32_t line_id_send_pkt_by_policy(int8_t result, line_id_inf_info* info) {
+template <uint8_t log> int32_t line_id_send_pkt_by_policy(int8_t result, line_id_inf_info* info) {
   if (info == nullptr) {
-    LINE_ID_WARN(LOG_GENERAL, "info is NULL, failed(%d).\r\n", LINE_ID_ERR_NULL);
+    LINE_ID_WARN(log, "info is NULL, failed(%d).\r\n", LINE_ID_ERR_NULL);
     return LINE_ID_ERR_NULL;
   }
   const line_id_pkt_info* pkt = info->pkt_info_ptr;
   if (pkt == nullptr) {
-    LINE_ID_WARN(LOG_GENERAL, "info->pkt_info_ptr is NULL, failed(%d).\r\n", LINE_ID_ERR_NULL);
+    LINE_ID_WARN(log, "info->pkt_info_ptr is NULL, failed(%d).\r\n", LINE_ID_ERR_NULL);
     return LINE_ID_ERR_NULL;
   }
   const int8_t packet_type = static_cast<int8_t>(pkt->packet_type);
@@ -60,14 +58,21 @@ int32_t line_id_send_pkt_by_policy(int8_t result, line_id_inf_info* info) {
   const uint8_t* frame = rebuilt ? info->new_pkt : info->origin_pkt_ptr;
   const uint32_t len = rebuilt ? info->new_pkt_len : info->origin_pkt_len;
   const uint8_t oltid = line_id_info_oltid(info);
-  LINE_ID_INFO(LOG_GENERAL, "debug info->pkt_info_ptr->reserved[3] = %d.\r\n", oltid);
+  LINE_ID_INFO(log, "debug info->pkt_info_ptr->reserved[3] = %d.\r\n", oltid);
   if (line_id_send_eth_pkt(oltid, direct, static_cast<uint16_t>(pkt->src_port), frame, len) == 0) {
-    LINE_ID_INFO(LOG_GENERAL, "send eth pkt OK:\r");
+    LINE_ID_INFO(log, "send eth pkt OK:\r");
     line_id_inc_processed_pkt_count(direct, packet_type, static_cast<uint8_t>(result));
   } else {
     line_id_inc_drop_pkt_count(direct, packet_type);
   }
   return LINE_ID_OK;
+}
+
+} // namespace
+
+int32_t line_id_send_pkt_by_policy(int8_t result, line_id_inf_info* info) {
+  return line_id_traces_on() ? line_id_traced<line_id_send_pkt_by_policy<LOG_GENERAL>>(result, info)
+                             : line_id_send_pkt_by_policy<LOG_NONE>(result, info);
 }
 
 int32_t line_id_reg_custom_pkt_proc_if(line_id_custom_pkt_func hook) {

@@ -86,6 +86,46 @@ int32_t check_pppoe_header(trapped_frame& frame) {
   return LINE_ID_ERR_PPPOE_HEADER;
 }
 
+constexpr ingress_row DHCP4_ROW = {
+    .kind = MSG_DHCPV4,
+    .packet_type = LINE_ID_DHCPV4,
+    .log = LOG_DHCPV4,
+    .whole_record = true,
+    .name = "dhcpv4",
+    .title = "dhcpv4",
+    .module = "dhcpv4 option82",
+    .gap = " ",
+    .enabled = line_id_get_option82_enable_cfg,
+    .transparent = line_id_get_option82_transparent_cfg,
+    .check_header = check_dhcp4_header,
+};
+constexpr ingress_row DHCP6_ROW = {
+    .kind = MSG_DHCPV6,
+    .packet_type = LINE_ID_DHCPV6,
+    .log = LOG_DHCPV6,
+    .whole_record = false,
+    .name = "dhcpv6",
+    .title = "dhcpv6",
+    .module = "dhcpv6 option18",
+    .gap = "",
+    .enabled = line_id_get_option18_enable_cfg,
+    .transparent = nullptr,
+    .check_header = nullptr,
+};
+constexpr ingress_row PPPOE_ROW = {
+    .kind = MSG_PPPOE,
+    .packet_type = LINE_ID_PPPOE,
+    .log = LOG_PPPOE,
+    .whole_record = true,
+    .name = "pppoe",
+    .title = "PPPoE",
+    .module = "pppoe module",
+    .gap = " ",
+    .enabled = line_id_get_pppoe_plus_enable_cfg,
+    .transparent = line_id_get_pppoe_plus_transparent_cfg,
+    .check_header = check_pppoe_header,
+};
+
 // ---- into the pool and the queue
 
 void fill_unit(line_id_unit* unit, const ingress_row& row, const trapped_frame& frame) {
@@ -163,7 +203,7 @@ int32_t pass_through(const trapped_frame& frame) {
   return line_id_send_eth_pkt(frame.oltid, frame.direct, static_cast<uint16_t>(frame.src_port), frame.data, frame.len);
 }
 
-int32_t receive(const ingress_row& row, trapped_frame& frame) {
+template <const ingress_row& row> int32_t receive(trapped_frame& frame) {
   if (row.enabled(frame.oltid) == 0) {
     LINE_ID_WARN(row.log, "%s is not enabled.!\r", row.module);
     LINE_ID_WARN(row.log, "%s oltid (%d)%sis enable .LNID_SEND_PASS_THROUGH.!\r\n", row.name, frame.oltid, row.gap);
@@ -178,46 +218,6 @@ int32_t receive(const ingress_row& row, trapped_frame& frame) {
   }
   return enqueue(row, frame);
 }
-
-constexpr ingress_row DHCP4_ROW = {
-    .kind = MSG_DHCPV4,
-    .packet_type = LINE_ID_DHCPV4,
-    .log = LOG_DHCPV4,
-    .whole_record = true,
-    .name = "dhcpv4",
-    .title = "dhcpv4",
-    .module = "dhcpv4 option82",
-    .gap = " ",
-    .enabled = line_id_get_option82_enable_cfg,
-    .transparent = line_id_get_option82_transparent_cfg,
-    .check_header = check_dhcp4_header,
-};
-constexpr ingress_row DHCP6_ROW = {
-    .kind = MSG_DHCPV6,
-    .packet_type = LINE_ID_DHCPV6,
-    .log = LOG_DHCPV6,
-    .whole_record = false,
-    .name = "dhcpv6",
-    .title = "dhcpv6",
-    .module = "dhcpv6 option18",
-    .gap = "",
-    .enabled = line_id_get_option18_enable_cfg,
-    .transparent = nullptr,
-    .check_header = nullptr,
-};
-constexpr ingress_row PPPOE_ROW = {
-    .kind = MSG_PPPOE,
-    .packet_type = LINE_ID_PPPOE,
-    .log = LOG_PPPOE,
-    .whole_record = true,
-    .name = "pppoe",
-    .title = "PPPoE",
-    .module = "pppoe module",
-    .gap = " ",
-    .enabled = line_id_get_pppoe_plus_enable_cfg,
-    .transparent = line_id_get_pppoe_plus_transparent_cfg,
-    .check_header = check_pppoe_header,
-};
 
 } // namespace
 
@@ -248,16 +248,18 @@ int32_t line_id_dhcp_receive_if(const uint8_t* frame, uint32_t len, uint32_t src
   const int32_t family = line_id_get_eth_header_type(frame, len);
   const int32_t tags = line_id_check_vlan(frame, len, &svlan, &cvlan);
   trapped.oltid = append_info->ext[LINE_ID_EXT_OLTID];
-  LINE_ID_INFO(LOG_DHCPV4, "dhcp_type = %d .\r\n", family);
-  LINE_ID_INFO(LOG_DHCPV4, "vlan_count = %d .\r\n", tags);
-  LINE_ID_INFO(LOG_DHCPV4, "oltid = %d .\r\n", trapped.oltid);
-  LINE_ID_INFO(LOG_DHCPV4, "gemport_enable = %d\r\n", line_id_get_gemport_cfg());
+  if (line_id_log_enabled(LOG_DHCPV4, 2)) {
+    LINE_ID_INFO(LOG_DHCPV4, "dhcp_type = %d .\r\n", family);
+    LINE_ID_INFO(LOG_DHCPV4, "vlan_count = %d .\r\n", tags);
+    LINE_ID_INFO(LOG_DHCPV4, "oltid = %d .\r\n", trapped.oltid);
+    LINE_ID_INFO(LOG_DHCPV4, "gemport_enable = %d\r\n", line_id_get_gemport_cfg());
+  }
   if (tags < 0) {
     LINE_ID_WARN(LOG_DHCPV4, "vlan_count is error!\r");
     return LINE_ID_ERR_VLAN;
   }
   trapped.tags = static_cast<uint8_t>(tags);
-  return receive(family == LINE_ID_DHCPV6 ? DHCP6_ROW : DHCP4_ROW, trapped);
+  return family == LINE_ID_DHCPV6 ? receive<DHCP6_ROW>(trapped) : receive<DHCP4_ROW>(trapped);
 }
 
 int32_t line_id_pppoe_receive_if(const uint8_t* frame, uint32_t len, uint32_t src_port, uint8_t direct,
@@ -271,7 +273,7 @@ int32_t line_id_pppoe_receive_if(const uint8_t* frame, uint32_t len, uint32_t sr
     LINE_ID_WARN(LOG_PPPOE, "lineid data is not initialized.!\r");
     return LINE_ID_ERR_NOT_INIT;
   }
-  return receive(PPPOE_ROW, trapped);
+  return receive<PPPOE_ROW>(trapped);
 }
 
 int32_t line_id_dhcp_receive(const uint8_t* frame, uint32_t len, uint32_t src_port, uint8_t direct,
