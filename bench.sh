@@ -33,7 +33,7 @@ cmake --preset release >/dev/null
 cmake --build build/release --target bench_targets bench_instructions bench_untraced bench_sweeps >&2
 
 build/release/bench/bench_targets "${parts[@]}" >build/bench/bench.json
-python3 bench/traces.py build/release/bench/bench_instructions build/release/bench/bench_untraced build/bench/bench.json
+python3 bench/instruction_targets.py build/release/bench/bench_instructions build/release/bench/bench_untraced build/bench/bench.json
 if [ ${#parts[@]} -eq 0 ]; then
   build/release/bench/bench_sweeps --benchmark_out=build/bench/sweeps.json --benchmark_out_format=json \
     >build/bench/sweeps.txt 2>&1

@@ -206,7 +206,7 @@ int32_t rewrite(uint8_t oltid, const dhcp4_options& found, bool white_listed, li
   return LINE_ID_PKT_SEND;
 }
 
-template <uint8_t log> int32_t upstream(uint8_t oltid, line_id_inf_info* info) {
+template <uint8_t log> LINE_ID_FLAT int32_t upstream(uint8_t oltid, line_id_inf_info* info) {
   line_id_pkt_info* pkt = info->pkt_info_ptr;
   if (pkt->reserved[LINE_ID_EXT_LINE_ID_SWITCH] == 0) {
     LINE_ID_INFO(LOG_DHCPV4, "onu lineid_switch is enable\r\n");

@@ -18,6 +18,7 @@ namespace {
 
 constexpr uint32_t CODE_OFFSET = 15; // 14 Ethernet, version and type
 constexpr uint32_t PAYLOAD_LEN_OFFSET = 18;
+constexpr uint32_t SESSION_ID_LEN = 2; // between the code and the payload length
 constexpr uint32_t TAGS_OFFSET = 20;
 
 constexpr uint8_t PADO = 0x07; // RFC 2516, section 5
@@ -87,9 +88,10 @@ int32_t drop(const pppoe_frame& frame) {
 inline pppoe_frame read_frame(line_id_inf_info* info) {
   const uint32_t vlan_tag_len = line_id_vlan_tag_len(info);
   const packet_reader whole = reader_over(info->origin_pkt_ptr, info->origin_pkt_len);
-  packet_reader code = reader_sub(whole, CODE_OFFSET + vlan_tag_len);
-  packet_reader payload_len = reader_sub(whole, PAYLOAD_LEN_OFFSET + vlan_tag_len);
-  pppoe_frame frame = {info, line_id_info_oltid(info), reader_u8(code), reader_u16(payload_len), {}};
+  packet_reader header = reader_sub(whole, CODE_OFFSET + vlan_tag_len);
+  pppoe_frame frame = {info, line_id_info_oltid(info), reader_u8(header), 0, {}};
+  reader_bytes(header, SESSION_ID_LEN);
+  frame.payload_len = reader_u16(header);
   frame.payload = reader_sub(whole, TAGS_OFFSET + vlan_tag_len, frame.payload_len);
   return frame;
 }
@@ -223,7 +225,7 @@ template <uint8_t log> int32_t rewrite(pppoe_frame& frame, const option_view& ta
   return LINE_ID_PKT_SEND;
 }
 
-template <uint8_t log> int32_t upstream(pppoe_frame& frame) {
+template <uint8_t log> LINE_ID_FLAT int32_t upstream(pppoe_frame& frame) {
   if (frame.info->pkt_info_ptr->reserved[LINE_ID_EXT_LINE_ID_SWITCH] == 0) {
     LINE_ID_INFO(log, "onu lineid_switch is enable\r\n");
     return LINE_ID_PKT_PASS;

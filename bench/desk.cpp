@@ -8,6 +8,9 @@
 #include "core/device_if.h"
 #include "core/service.h"
 #include "core/worker.h"
+#include "lineid/circuit_id.h"
+#include "lineid/params.h"
+#include "lineid/remote_id.h"
 #include "packet/check.h"
 
 #include <chrono>
@@ -208,6 +211,18 @@ int32_t bench_desk::ask() {
     return line_id_pppoe_event_proc(unit.get(), out, &info);
   }
   }
+}
+
+void bench_desk::ask_texts() {
+  const auto kind0 = static_cast<uint8_t>(pkt.packet_type - 1);
+  line_id_param_proc(kind0, &info);
+  line_id_print_circuit_id(0, out, pkt.packet_type == LINE_ID_DHCPV6 ? 1 : 0, &info);
+  line_id_print_remote_id(0, out, kind0);
+}
+
+void bench_copy_texts(uint8_t* out, std::string_view circuit_id, std::string_view remote_id) {
+  std::memcpy(out, circuit_id.data(), circuit_id.size());
+  std::memcpy(out + circuit_id.size(), remote_id.data(), remote_id.size());
 }
 
 one_thread_path::one_thread_path() : worker(lib_comm_lib_create("bench")) {

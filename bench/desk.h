@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string_view>
 #include <thread>
 
 // The texts that the agent builds for bench_line().
@@ -53,6 +54,8 @@ struct bench_desk {
 
   // Header checks of ingress, then the agent: its verdict.
   int32_t ask();
+  // The part of it that a rewrite with given texts has not: the letters of the set, and both texts, which go to `out`.
+  void ask_texts();
 };
 
 // The whole road of a frame on one thread: the receive call, the queue, the worker's turn, the send callback.
@@ -68,6 +71,9 @@ struct one_thread_path {
   // The result of the receive call.
   int32_t run(const octets& frame, uint8_t packet_type);
 };
+
+// Copy the two texts to `out`, as a rewrite by hand does.
+void bench_copy_texts(uint8_t* out, std::string_view circuit_id, std::string_view remote_id);
 
 // Run the agent's loop on a thread of its own, until frames go through it: at its start it throws away what is queued.
 std::thread bench_start_worker();

@@ -1,5 +1,5 @@
 // Runs each agent, or with "path" the whole road of a frame, on the same frames under callgrind, one dump for each
-// case, for bench/check_instructions.py and bench/traces.py; without callgrind it checks that each frame was rewritten.
+// case, for bench/check_instructions.py and bench/instruction_targets.py; without callgrind it checks that each frame was rewritten.
 #include "bench/bare.h"
 #include "bench/desk.h"
 
@@ -50,7 +50,11 @@ void count_agents() {
           [&] { return each.bare(frame.data(), static_cast<uint32_t>(frame.size()), out, texts) > frame.size(); });
   }
   desk_start(desk_mode::REWRITE_ONLY);
+  uint8_t copies[LINE_ID_SCRATCH_LEN];
+  count("copies", [&] { return bench_copy_texts(copies, BENCH_CIRCUIT_ID, BENCH_REMOTE_ID), true; });
   for (const protocol& each : PROTOCOLS) {
+    bench_desk desk(bench_frame(each.packet_type), each.packet_type);
+    count(std::string("texts.") + each.name, [&] { return desk.ask_texts(), true; });
     count_agent(std::string("rewrite.") + each.name, bench_frame(each.packet_type), each.packet_type);
   }
   desk_start(desk_mode::WHOLE);

@@ -54,11 +54,12 @@ std::optional<uint32_t> type_of(uint8_t code) {
   return std::nullopt;
 }
 
+// The worker, as everything that happens to a PPPoE frame behind ingress.
 int32_t count_pppoe(line_id_pppoe_table table, uint8_t oltid, uint8_t code, uint16_t vlan) {
   if (line_id_get_switch(oltid, &line_id_common_cfg::pppoe_plus_enable) == 0) return LINE_ID_ERR;
   if (vlan == 0 || vlan >= LINE_ID_STATICS_VLANS) return LINE_ID_ERR;
   g_line_id_statics[line_id_vlan_marker_index(vlan)].store(vlan, std::memory_order_relaxed);
-  if (const std::optional<uint32_t> type = type_of(code)) add(line_id_pppoe_count_index(table, *type, vlan));
+  if (const std::optional<uint32_t> type = type_of(code)) add_alone(line_id_pppoe_count_index(table, *type, vlan));
   return LINE_ID_OK;
 }
 

@@ -41,7 +41,7 @@ void line_id_inc_processed_pkt_count(uint8_t direction, int8_t protocol, uint8_t
 int32_t line_id_inc_drop_pkt_count(uint8_t direction, int8_t protocol);
 
 // One PPPoE Discovery message (`code` as in RFC 2516; others only mark the VLAN). 0, or -1 without counting when PPPoE+
-// is off for the instance or the VLAN is not 1 to 4096.
+// is off for the instance or the VLAN is not 1 to 4096. The worker only.
 int32_t line_id_inc_pppoe_recv_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan);
 int32_t line_id_inc_pppoe_forwd_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan);
 int32_t line_id_inc_pppoe_drop_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan);

@@ -57,9 +57,9 @@ struct known_template {
 
 // The worker, like the letters themselves.
 constexpr uint32_t KNOWN_TEMPLATES = 32;
-constexpr uint32_t HINTS = 64;
+constexpr uint32_t HINT_BITS = 8;
 known_template g_known_templates[KNOWN_TEMPLATES];
-known_template* g_template_hints[HINTS]; // by place: the one that was known there last, or null
+known_template* g_template_hints[1U << HINT_BITS]; // by place: the one that was known there last, or null
 
 std::string_view text_of(int32_t set, uint8_t letter) {
   const std::string_view text = line_id_param_view(set, letter);
@@ -183,8 +183,8 @@ __attribute__((cold)) known_template* find_template(std::string_view limits) {
 // Whoever changes a template in place gets it taken apart again.
 const known_template& steps_of(std::string_view limits) {
   limits = limits.substr(0, TEMPLATE_LEN);
-  const auto place = reinterpret_cast<uintptr_t>(limits.data());
-  known_template*& hint = g_template_hints[(place >> 8 ^ place >> 4) % HINTS];
+  const uint64_t mixed = reinterpret_cast<uintptr_t>(limits.data()) * 0x9E3779B97F4A7C15; // 2^64 by the golden ratio
+  known_template*& hint = g_template_hints[mixed >> (64 - HINT_BITS)];
   if (hint == nullptr || !is_from(*hint, limits)) hint = find_template(limits);
   known_template& known = *hint;
   if (std::memcmp(known.text, limits.data(), known.compare_len) != 0) take_apart(known, limits);
