@@ -102,18 +102,31 @@ template <uint8_t log> int32_t get_slots(uint16_t& olt_slot, line_id_inf_info* i
   return LINE_ID_OK;
 }
 
+// The place of the frame and the ONU's identification, as far as it is known; all else is the answer's.
+void ask_for_registration(line_id_onu_reg_info& reg, const line_id_pkt_info* pkt) {
+  reg.onu_auth = pkt->onu_authno;
+  reg.onu_ponno = pkt->onu_ponno;
+  reg.onu_rpc_ponno = 0;
+  reg.onu_losn_valid_or_invalid = 0;
+  reg.onu_type_id = 0;
+  std::memset(reg.onu_text_n, 0, sizeof(reg.onu_text_n));
+  std::memset(reg.onu_text_c, 0, sizeof(reg.onu_text_c));
+}
+
 // The ONU's registration; it may correct the frame's ONU and PON numbers.
 template <uint8_t log> int32_t line_id_write_onu_register_info_param(line_id_inf_info* info) {
   line_id_pkt_info* pkt = info->pkt_info_ptr;
-  line_id_onu_reg_info reg = {};
-  reg.onu_auth = pkt->onu_authno;
-  reg.onu_ponno = pkt->onu_ponno;
-  std::memcpy(reg.onu_id, info->onu.onu_id, sizeof(reg.onu_id));
+  // The host fills the frame's own record: copying it afterwards would have to wait for what it has just written.
+  line_id_onu_reg_info& reg = info->onu;
+  const line_id_onu_reg_info before = reg;
+  ask_for_registration(reg, pkt);
   LINE_ID_INFO(log, "onu_auth before=%d.onu_ponno before =%d,onu_id before =%s\r\n", reg.onu_auth, reg.onu_ponno,
                reg.onu_id);
-  if (const int ret = g_hal_func_obj.get_onu_reg_info_by_optional_elem(&reg); ret != 0) return ret;
+  if (const int ret = g_hal_func_obj.get_onu_reg_info_by_optional_elem(&reg); ret != 0) {
+    reg = before;
+    return ret;
+  }
   for (char* text : {reg.onu_id, reg.onu_text_n, reg.onu_text_c}) text[LINE_ID_PARAM_LEN] = '\0';
-  info->onu = reg;
   pkt->onu_authno = reg.onu_auth;
   pkt->onu_ponno = reg.onu_ponno;
   LINE_ID_INFO(log, "onu_auth after = %d, onu_ponno after = %d, onu_id after = %s, onu_rpc_ponno = %d\r\n",

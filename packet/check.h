@@ -39,11 +39,10 @@ inline uint16_t line_id_fold_words(uint64_t total) {
   const auto sum = static_cast<uint16_t>((total >> 16) + (total & 0xFFFF));
   return std::endian::native == std::endian::little ? static_cast<uint16_t>(sum << 8 | sum >> 8) : sum;
 }
-// Ones'-complement sum of `len` octets as big-endian words, folded to 16 bits, not complemented. An odd last octet is
-// the high one of its word.
-inline uint16_t line_id_sum_words(const uint8_t* buf, uint32_t len) {
-  // Summed in 64-bit words of this machine, with the carry added again: the sum does not depend on the octet order
-  // until it is folded.
+// What adds up to the ones'-complement sum of `len` octets: words in this machine's octet order, for
+// line_id_fold_words. Less than 2^34, so that several can be added. An odd last octet is the first one of its word.
+inline uint64_t line_id_add_words(const uint8_t* buf, uint32_t len) {
+  // Summed in 64-bit words, with the carry added again: the sum does not depend on the octet order until it is folded.
   uint64_t total = 0;
   const auto add = [&total](const uint8_t* at) {
     uint64_t word = 0;
@@ -78,7 +77,11 @@ inline uint16_t line_id_sum_words(const uint8_t* buf, uint32_t len) {
     total += quarter;
     LINE_ID_INFO(LOG_GENERAL, "((*(unsigned char *) wtmp) << 8) = %x \r\n", *buf << 8);
   }
-  return line_id_fold_words(total);
+  return total;
+}
+// Ones'-complement sum of `len` octets as big-endian words, folded to 16 bits, not complemented.
+inline uint16_t line_id_sum_words(const uint8_t* buf, uint32_t len) {
+  return line_id_fold_words(line_id_add_words(buf, len));
 }
 // The complement of that sum: the checksum.
 inline uint16_t line_id_check_sum(const uint8_t* buf, uint32_t len) {
