@@ -1,5 +1,6 @@
 // Runs each agent, or with "path" the whole road of a frame, on the same frames under callgrind, one dump for each
-// case, for bench/check_instructions.py and bench/instruction_targets.py; without callgrind it checks that each frame was rewritten.
+// case, for bench/check_instructions.py and bench/instruction_targets.py; without callgrind it checks that each frame
+// was rewritten.
 #include "bench/bare.h"
 #include "bench/desk.h"
 
