@@ -27,7 +27,7 @@ BESIDE = {
     "client/*": ["include/*", "platform/*", "core/records.*", "core/log.*", "core/init_flag.*", "config/channel.*",
                  "config/settings.def", "client/*"],
     "host/*": ["include/*", "host/*"],
-    "ctl/*": ["include/*", "ctl/*", "host/console_path.h"],
+    "ctl/*": ["include/*", "ctl/*", "host/console_path.h", "host/toml_parser.h"],
 }
 FOLDERS = ["include", "platform", "core", "packet", "lineid", "config", "antispoof", "agents", "client", "host", "ctl"]
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.M)
