@@ -73,6 +73,7 @@ def main():
     axes.barh(names, list(groups.values()), color="#3a6f9e")
     for at, name in enumerate(names):
         axes.text(groups[name], at, f"  {groups[name]:.0f}", va="center", fontsize=8)
+    axes.set_xlim(0, 1.1 * max(groups.values()))
     axes.invert_yaxis()
     axes.set_xlabel(f"instructions of a frame, {sum(groups.values()):.0f} in all")
     figure.tight_layout()

@@ -2,6 +2,7 @@
 #include "tests/unit/lineid/lineid_test.h"
 
 #include <functional>
+#include <tuple>
 
 namespace {
 
@@ -185,6 +186,29 @@ TEST_F(hal_test, a_frame_gets_the_letters_of_its_line) {
   pkt.onu_portid = 0;
   ASSERT_EQ(line_id_param_proc(0, &info), 0);
   EXPECT_EQ(text('P'), "");
+}
+
+auto fields(const line_id_onu_reg_info& reg) {
+  return std::make_tuple(reg.onu_auth, reg.onu_ponno, std::string(reg.onu_id), reg.onu_rpc_ponno,
+                         reg.onu_losn_valid_or_invalid, reg.onu_type_id, std::string(reg.onu_text_n),
+                         std::string(reg.onu_text_c));
+}
+
+TEST_F(hal_test, a_registration_is_asked_for_anew_and_a_refused_one_leaves_the_record) {
+  ASSERT_EQ(line_id_param_proc(0, &info), 0);
+  const line_id_onu_reg_info first = info.onu;
+  g_host.failing = 9;
+  ASSERT_EQ(line_id_param_proc(0, &info), -1);
+  line_id_onu_reg_info question = {};
+  question.onu_auth = 43; // as the first answer corrected it
+  question.onu_ponno = 5;
+  std::strcpy(question.onu_id, "ONU43");
+  EXPECT_EQ(fields(g_host.asked), fields(question)) << "no more of the first answer than these";
+  EXPECT_EQ(fields(info.onu), fields(first));
+
+  info.onu = {};
+  ASSERT_EQ(line_id_param_proc(0, &info), -1);
+  EXPECT_EQ(fields(info.onu), fields({})) << "the callback writes before it refuses";
 }
 
 TEST_F(hal_test, an_atm_port_has_circuit_numbers_and_absent_slots_give_zeros) {
