@@ -45,7 +45,7 @@ struct queue_record {
   uint32_t message_size;
   std::atomic<uint32_t> asleep; // 1: a receiver may be asleep on this word
   ring rings[PAL_MSGQ_PRIORITIES];
-  pthread_mutex_t lock; // guards all but `magic`
+  pthread_mutex_t lock; // guards all but `magic`; `asleep` is cleared without it
 };
 
 struct shape {
@@ -149,10 +149,7 @@ int wait_for_lock(pthread_mutex_t& lock, int64_t patience_ms) {
 bool lock_record(queue_record& record, int64_t patience_ms = LOCK_MS) {
   int ret = pthread_mutex_trylock(&record.lock);
   if (__builtin_expect(ret == EBUSY, 0)) ret = wait_for_lock(record.lock, patience_ms);
-  if (ret == EOWNERDEAD) {
-    ret = pthread_mutex_consistent(&record.lock);
-    record.asleep.store(1, std::memory_order_relaxed); // it may have died before it woke the receiver
-  }
+  if (ret == EOWNERDEAD) ret = pthread_mutex_consistent(&record.lock);
   return ret == 0;
 }
 
@@ -187,8 +184,9 @@ uint8_t* slot_at(const queue& of, uint32_t priority, uint32_t index) {
 
 uint32_t next_slot(uint32_t index, uint32_t slots) { return index + 1 == slots ? 0 : index + 1; }
 
-// The mark goes first: a receiver on its way to sleep finds it gone and turns back. The receiver is woken before the
-// message counts, so that a sender that dies on the way has sent nothing; woken early, it waits for the lock.
+// Without the lock, which the woken receiver needs at once. The mark goes first: a receiver on its way to sleep finds
+// it gone and turns back. While it stands every sender wakes; one that dies between the two leaves the receiver to the
+// end of its wait.
 void wake_receiver(const queue& of) {
   queue_record& record = *of.record;
   if (record.asleep.load(std::memory_order_relaxed) == 0) return;
@@ -208,7 +206,6 @@ bool put_message(const queue& to, const void* message, uint32_t priority) {
   ring& into = to.record->rings[priority];
   const uint32_t tail = read_ring(into, slots).tail;
   std::memcpy(slot_at(to, priority, tail), message, to.is.message_size);
-  wake_receiver(to);
   into.tail.store(next_slot(tail, slots), std::memory_order_release);
   return true;
 }
@@ -286,7 +283,9 @@ int32_t pal_msgQ_send_priority(pal_msgQ_id id, const void* message, uint32_t len
   if (!lock_record(*to->record, lock_patience_ms(priority))) return -1;
   const bool sent = put_message(*to, message, priority);
   pthread_mutex_unlock(&to->record->lock);
-  return sent ? 0 : -1;
+  if (!sent) return -1;
+  wake_receiver(*to);
+  return 0;
 }
 
 int32_t pal_msgQ_receive_wait_priority(pal_msgQ_id id, void* buffer, uint32_t size, int32_t wait, int32_t) {
