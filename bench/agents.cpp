@@ -29,7 +29,7 @@ using by_hand = uint32_t (*)(const uint8_t*, uint32_t, uint8_t*, const bare_text
 std::function<void(uint32_t)> runner(by_hand function, const octets& frame) {
   return [function, frame](uint32_t times) {
     const bare_texts texts = {BENCH_CIRCUIT_ID, BENCH_REMOTE_ID};
-    uint8_t out[LINE_ID_SCRATCH_LEN];
+    alignas(LINE_ID_SCRATCH_ALIGN) uint8_t out[LINE_ID_SCRATCH_LEN];
     for (uint32_t i = 0; i < times; ++i) {
       keep(function(frame.data(), static_cast<uint32_t>(frame.size()), out, texts));
       keep(out);
@@ -57,7 +57,7 @@ std::function<void(uint32_t)> text_runner(bench_desk& desk) {
 
 std::function<void(uint32_t)> copy_runner() {
   return [](uint32_t times) {
-    uint8_t out[LINE_ID_SCRATCH_LEN];
+    alignas(LINE_ID_SCRATCH_ALIGN) uint8_t out[LINE_ID_SCRATCH_LEN];
     for (uint32_t i = 0; i < times; ++i) {
       bench_copy_texts(out, BENCH_CIRCUIT_ID, BENCH_REMOTE_ID);
       keep(out);
@@ -110,7 +110,7 @@ void measure_growth(report& into) {
   const group_result found =
       into.add_group("DHCPv4 growth", {{"copy of 342 octets",
                                         [&](uint32_t times) {
-                                          uint8_t out[COPY_LEN];
+                                          alignas(LINE_ID_SCRATCH_ALIGN) uint8_t out[COPY_LEN];
                                           for (uint32_t i = 0; i < times; ++i) {
                                             std::memcpy(out, long_one.frame.data(), sizeof(out));
                                             keep(out);

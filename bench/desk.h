@@ -46,7 +46,7 @@ struct bench_desk {
   line_id_pkt_info pkt = {};
   line_id_inf_info info = {};
   std::unique_ptr<line_id_unit> unit = std::make_unique<line_id_unit>();
-  alignas(64) uint8_t out[LINE_ID_SCRATCH_LEN] = {};
+  alignas(LINE_ID_SCRATCH_ALIGN) uint8_t out[LINE_ID_SCRATCH_LEN] = {};
 
   bench_desk(const octets& from, uint8_t packet_type);
   bench_desk(const bench_desk&) = delete;

@@ -11,6 +11,7 @@
 #define LINE_ID_FLAT __attribute__((flatten))
 
 constexpr uint32_t LINE_ID_SCRATCH_LEN = 1536;   // the rebuilt frame: the longest frame, rounded up to whole words
+constexpr size_t LINE_ID_SCRATCH_ALIGN = 2048;   // so that no page ends inside: stores across its end are slow
 constexpr uint32_t LINE_ID_UNIT_LEN = 1600;      // a unit's frame copy
 constexpr uint32_t LINE_ID_REBUILT_LEN = 1500;   // DHCPv4 and PPPoE frames do not grow past this
 constexpr uint32_t LINE_ID_MAX_TAGS = 4;         // VLAN tags of a frame

@@ -12,7 +12,7 @@
 namespace {
 
 // The rebuilt frame of the frame in work. The worker only, which handles one frame at a time.
-uint8_t g_lineid_pkt[LINE_ID_SCRATCH_LEN];
+alignas(LINE_ID_SCRATCH_ALIGN) uint8_t g_lineid_pkt[LINE_ID_SCRATCH_LEN];
 
 constexpr uint32_t SOURCE_MAC_OFFSET = 6;
 
