@@ -73,6 +73,11 @@ class Host:
         first = self.process.stdout.readline()
         assert first.startswith("serving; console "), first
 
+    def freeze(self):
+        """Returns when the last thread stands still: one that is late would still answer."""
+        self.process.send_signal(signal.SIGSTOP)
+        os.waitid(os.P_PID, self.process.pid, os.WSTOPPED)
+
     def stop(self):
         self.process.kill()
         self.process.communicate()
@@ -332,13 +337,13 @@ def test_stopped_and_killed():
     # After each of these the area holds another answer: none of them may be taken for a new one.
     for left in ("option82", "rack", "management-ip", "access-node", "circuit-id-template"):
         ctl("get", left, env=env)
-        host.process.send_signal(signal.SIGSTOP)
+        host.freeze()
         start = time.monotonic()
         refused(5, ["does not answer in time"], "get", left, env=env)
         check(f"in time: {left}", time.monotonic() - start < 20, time.monotonic() - start)
         host.process.send_signal(signal.SIGCONT)
         equal(f"going on: {left}", ctl("get", left, env=env).returncode, 0)
-    host.process.send_signal(signal.SIGSTOP)
+    host.freeze()
     refused(5, ["does not answer in time"], "set", "option82", "on", env=env)
     refused(5, ["does not take commands"], "set", "option82", "off", env=env)
     waiting = subprocess.Popen([CTL, "get", "rack"], env=env, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
