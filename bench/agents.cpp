@@ -87,6 +87,7 @@ void measure(report& into, const protocol& each) {
   desk_start(desk_mode::WHOLE);
   std::vector<contender> all = with_bare;
   all.push_back({"libtins", runner(each.library, frame)});
+  all.push_back({"facts, letters and texts", text_runner(desk)});
   const group_result whole = into.add_group(std::string(each.name) + " agent", all);
   into.add_ratio("whole agent / bare", each.name, whole, "agent", "bare", each.whole_limit);
   into.add_ratio("libtins / whole agent", each.name, whole, "libtins", "agent", each.library_limit, true);

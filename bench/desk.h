@@ -54,7 +54,8 @@ struct bench_desk {
 
   // Header checks of ingress, then the agent: its verdict.
   int32_t ask();
-  // The part of it that a rewrite with given texts has not: the letters of the set, and both texts, which go to `out`.
+  // The part of it that a rewrite with given texts has not: facts and letters of the set, and both texts, which go to
+  // `out`.
   void ask_texts();
 };
 
