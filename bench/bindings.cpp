@@ -1,5 +1,6 @@
 // The binding table against an intrusive red-black tree with integer keys.
 #include "antispoof/binding_table.h"
+#include "bench/desk.h"
 #include "bench/targets.h"
 
 #include <boost/intrusive/set.hpp>
@@ -45,15 +46,11 @@ void peer_insert(peer_tree& tree, const mac& of) {
   if (!tree.insert(*entry).second) delete entry;
 }
 
-// Every table is asked for the same addresses in the same random order, which never comes again: a processor learns the
-// way through a small tree by heart when the order is short.
+// Every table is asked for the same addresses in the same random order.
 struct walker {
   const std::vector<mac>& macs;
   uint64_t state = 1;
-  const mac& next() {
-    state = state * 6364136223846793005 + 1442695040888963407; // Knuth's linear congruential generator
-    return macs[(state >> 32) * macs.size() >> 32];
-  }
+  const mac& next() { return macs[bench_random_below(state, static_cast<uint32_t>(macs.size()))]; }
 };
 
 double measure_size(report& into, uint32_t count, const std::string& name) {

@@ -73,6 +73,13 @@ struct one_thread_path {
   int32_t run(const octets& frame, uint8_t packet_type);
 };
 
+// A number below `count`, from a sequence that never comes again (Knuth's linear congruential generator): a processor
+// learns the way through a small table by heart when its look-ups repeat.
+inline uint32_t bench_random_below(uint64_t& state, uint32_t count) {
+  state = state * 6364136223846793005 + 1442695040888963407;
+  return static_cast<uint32_t>((state >> 32) * count >> 32);
+}
+
 // Copy the two texts to `out`, as a rewrite by hand does.
 void bench_copy_texts(uint8_t* out, std::string_view circuit_id, std::string_view remote_id);
 

@@ -103,9 +103,9 @@ void walk_tree(benchmark::State& state, bool erase) {
   line_id_pppoe_binding_table_init();
   line_id_clear_pppoe_binding_table();
   for (uint32_t i = 0; i < count; ++i) line_id_add_pppoe_binding_entry(0, mac_of(i).octets, 3, 5, 42, nullptr);
-  uint32_t at = 0;
+  uint64_t random = 1;
   for (auto _ : state) {
-    const mac_key mac = mac_of(at = (at + 7919) % count);
+    const mac_key mac = mac_of(bench_random_below(random, count));
     line_id_binding_place place = {};
     if (erase) {
       line_id_del_pppoe_binding_entry(mac.octets);

@@ -203,7 +203,8 @@ void be_client(report& into, const std::vector<int>& to_parent) {
                                         send(ends[0], octets, sizeof(octets), 0);
                                         recv(ends[0], octets, sizeof(octets), 0);
                                       }},
-                                     {"get", [&] { failed = line_id_get_option82_enable(0) != 1 || failed; }}});
+                                     {"get", [&] { failed = line_id_get_option82_enable(0) != 1 || failed; }},
+                                     {"set", [&] { failed = line_id_set_option82_enable(0, 1) < 0 || failed; }}});
   for (const pid_t child : children) {
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
@@ -221,10 +222,11 @@ void measure_client(report& into) {
   close(ends[1]);
   target against = {"client get", "p50 / futex p50", {}, 1.15, false, "x"};
   target tail = {"client get", "p99 / seqpacket p50", {}, 1, false, "x"};
-  constexpr const char* NAMES[] = {"futex p50", "futex p99", "seqpacket p50", "seqpacket p99", "get p50", "get p99"};
+  constexpr const char* NAMES[] = {"futex p50", "futex p99", "seqpacket p50", "seqpacket p99",
+                                   "get p50",   "get p99",   "set p50",       "set p99"};
   std::vector<measured> rows;
   for (const char* name : NAMES) rows.push_back({"client get", name, {}});
-  quantiles run[3];
+  quantiles run[std::size(NAMES) / 2];
   while (read(ends[0], run, sizeof(run)) == static_cast<ssize_t>(sizeof(run))) {
     against.values.push_back(run[2].p50 / run[0].p50);
     tail.values.push_back(run[2].p99 / run[1].p50);
