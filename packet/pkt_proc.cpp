@@ -13,6 +13,7 @@ namespace {
 
 // The rebuilt frame of the frame in work. The worker only, which handles one frame at a time.
 alignas(LINE_ID_SCRATCH_ALIGN) uint8_t g_lineid_pkt[LINE_ID_SCRATCH_LEN];
+static_assert(LINE_ID_SCRATCH_LEN <= LINE_ID_SCRATCH_ALIGN && 4096 % LINE_ID_SCRATCH_ALIGN == 0);
 
 constexpr uint32_t SOURCE_MAC_OFFSET = 6;
 

@@ -334,6 +334,8 @@ def test_no_agent():
 def test_stopped_and_killed():
     host = Host(PREFIX + "-stop")
     env = host.environment
+    threads = [int(name) for name in os.listdir(f"/proc/{host.process.pid}/task")]
+    equal("threads that do not interrupt others", [os.sched_getscheduler(each) for each in threads].count(os.SCHED_BATCH), 1)
     # After each of these the area holds another answer: none of them may be taken for a new one.
     for left in ("option82", "rack", "management-ip", "access-node", "circuit-id-template"):
         ctl("get", left, env=env)
