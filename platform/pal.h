@@ -51,8 +51,9 @@ int32_t pal_msgQ_create_ex(pal_msgQ_id* id, uint32_t key, uint32_t depth, uint32
 // Never waits for room. 0, or -1: full, absent, a length other than the queue's, or no such priority; also when a
 // process that lives but does not run has been holding the queue's lock for 50 ms, with priority 1 for 600 ticks.
 int32_t pal_msgQ_send_priority(pal_msgQ_id id, const void* message, uint32_t len, uint32_t priority);
-// Octets received, or -1 when `wait` ticks have passed. An absent queue, or one whose lock a stopped process holds,
-// lets them pass too, unless `wait` is for ever: then it fails at once. `flags` is not used.
+// Octets received, or -1 when `wait` ticks have passed; so long a message may lie there whose sender was killed while
+// it woke the receiver. An absent queue, or one whose lock a stopped process holds, lets them pass too, unless `wait`
+// is for ever: then it fails at once. `flags` is not used.
 int32_t pal_msgQ_receive_wait_priority(pal_msgQ_id id, void* buffer, uint32_t size, int32_t wait, int32_t flags);
 // Give the queue up in this process (its shared state stays). Tests and processes that detach.
 void pal_msgQ_close(pal_msgQ_id* id);
