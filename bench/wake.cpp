@@ -24,7 +24,7 @@
 
 namespace {
 
-constexpr uint32_t EXCHANGES = 400; // of each kind in a round: the first one finds the caches cold, and is no hundredth
+constexpr uint32_t EXCHANGES = 400;    // of each kind in a round: one, the first, finds the caches cold
 constexpr uint32_t EXCHANGE_LEN = 307; // octets each way
 
 void stay_on_one_core(bool stay) {
