@@ -86,6 +86,8 @@ inline constexpr old_sub_option NO_SUB_OPTION = {nullptr, 0};
 
 // What tells the two identifiers apart; a template's argument, so that each is called straight away.
 struct identifier_row {
+  uint8_t type;
+  int32_t (*print)(uint8_t oltid, uint8_t* text, const line_id_inf_info* info); // what `replace` puts behind its head
   int32_t (*replace)(uint8_t, const uint8_t*, uint16_t, uint8_t*, uint16_t*, line_id_inf_info*);
   int32_t (*modify)(uint8_t, const uint8_t*, uint16_t, uint8_t*, uint16_t*, line_id_inf_info*);
   int32_t (*remove)(const uint8_t*, uint16_t, uint8_t*, uint16_t*, line_id_inf_info*);
@@ -97,6 +99,9 @@ struct identifier_row {
   const char* name;
 };
 inline constexpr identifier_row CIRCUIT_ID = {
+    .type = LINE_ID_SUB_CIRCUIT_ID,
+    .print = [](uint8_t oltid, uint8_t* text,
+                const line_id_inf_info* info) { return line_id_print_circuit_id(oltid, text, 0, info); },
     .replace = line_id_circuit_id_replace,
     .modify = line_id_circuit_id_modify,
     .remove = line_id_circuit_id_remove,
@@ -108,6 +113,8 @@ inline constexpr identifier_row CIRCUIT_ID = {
     .name = "circuit_id",
 };
 inline constexpr identifier_row REMOTE_ID = {
+    .type = LINE_ID_SUB_REMOTE_ID,
+    .print = line_id_print_frame_remote_id,
     .replace = line_id_remote_id_replace,
     .modify = line_id_remote_id_modify,
     .remove = line_id_remote_id_remove,
@@ -125,6 +132,16 @@ inline uint8_t effective_op(int32_t policy, int32_t enable, uint8_t op) {
   return op;
 }
 
+// Without traces a new sub-option is its text and a head.
+template <const line_id_option_rule& rule, const identifier_row& id>
+int32_t build_new(uint8_t oltid, const old_sub_option& old, uint8_t* dest, uint16_t* new_len, line_id_inf_info* info) {
+  if (rule.log != LOG_NONE) return id.replace(oltid, old.whole, old.len, dest, new_len, info);
+  const int32_t len = id.print(oltid, dest + LINE_ID_SUB_OPTION_HEAD, info);
+  if (len < 0) return LINE_ID_ERR;
+  line_id_close_sub_option(dest, id.type, static_cast<uint32_t>(len), new_len);
+  return LINE_ID_OK;
+}
+
 template <const line_id_option_rule& rule, const identifier_row& id>
 int32_t build(uint8_t oltid, const old_sub_option& old, uint8_t* dest, uint16_t* new_len, uint8_t op,
               line_id_inf_info* info) {
@@ -132,7 +149,7 @@ int32_t build(uint8_t oltid, const old_sub_option& old, uint8_t* dest, uint16_t*
   switch (effective_op((rule.*id.up_policy)(), line_id_get_switch(oltid, id.enable), op)) {
   case OPERATION_KEEP: return old.whole != nullptr ? id.keep(old.whole, old.len, dest, new_len) : LINE_ID_OK;
   case OPERATION_INSERT:
-  case OPERATION_REPLACE: return id.replace(oltid, old.whole, old.len, dest, new_len, info);
+  case OPERATION_REPLACE: return build_new<rule, id>(oltid, old, dest, new_len, info);
   case OPERATION_MODIFY: return id.modify(oltid, old.whole, old.len, dest, new_len, info);
   case OPERATION_REMOVE: return id.remove(old.whole, old.len, dest, new_len, info);
   default: LINE_ID_WARN(rule.log, "Unknown msg!\r\n"); return LINE_ID_OK;

@@ -18,14 +18,7 @@ namespace {
 
 constexpr uint32_t CODE_OFFSET = 15; // 14 Ethernet, version and type
 constexpr uint32_t PAYLOAD_LEN_OFFSET = 18;
-constexpr uint32_t SESSION_ID_LEN = 2; // between the code and the payload length
 constexpr uint32_t TAGS_OFFSET = 20;
-
-constexpr uint8_t PADO = 0x07; // RFC 2516, section 5
-constexpr uint8_t PADI = 0x09;
-constexpr uint8_t PADR = 0x19;
-constexpr uint8_t PADS = 0x65;
-constexpr uint8_t PADT = 0xA7;
 
 constexpr uint16_t TAG_VENDOR = 0x0105;   // RFC 2516, appendix A
 constexpr uint16_t TAG_ONU_INFO = 0x5516; // written by the ONU: two big-endian numbers, ONU and user port
@@ -67,33 +60,40 @@ constexpr line_id_option_rule VENDOR_TAG_RULE = {
     .replace_code = LINE_ID_ERR_PPPOE_REPLACE,
 };
 
-using count_func = int32_t (*)(uint8_t oltid, uint8_t code, uint16_t vlan);
-
 // The frame under way.
 struct pppoe_frame {
   line_id_inf_info* info;
   uint8_t oltid;
   uint8_t code;
+  uint8_t type; // line_id_pppoe_type
   uint16_t payload_len;
   packet_reader payload; // failed when the length field says more than is there
 };
 
-void count(const pppoe_frame& frame, count_func add) { add(frame.oltid, frame.code, frame.info->pkt_info_ptr->cvlan); }
+inline void count(const pppoe_frame& frame, line_id_pppoe_table table) {
+  line_id_count_pppoe(table, frame.oltid, frame.type, frame.info->pkt_info_ptr->cvlan);
+}
 
-int32_t drop(const pppoe_frame& frame) {
-  count(frame, line_id_inc_pppoe_drop_pkt_count);
+inline int32_t drop(const pppoe_frame& frame) {
+  count(frame, PPPOE_DROPPED);
   return LINE_ID_PKT_DROP;
 }
 
+// A frame that ends within its header has a code at most.
 inline pppoe_frame read_frame(line_id_inf_info* info) {
   const uint32_t vlan_tag_len = line_id_vlan_tag_len(info);
   const packet_reader whole = reader_over(info->origin_pkt_ptr, info->origin_pkt_len);
-  packet_reader header = reader_sub(whole, CODE_OFFSET + vlan_tag_len);
-  pppoe_frame frame = {info, line_id_info_oltid(info), reader_u8(header), 0, {}};
-  reader_bytes(header, SESSION_ID_LEN);
-  frame.payload_len = reader_u16(header);
-  frame.payload = reader_sub(whole, TAGS_OFFSET + vlan_tag_len, frame.payload_len);
-  return frame;
+  const uint32_t code_at = CODE_OFFSET + vlan_tag_len;
+  const uint32_t tags_at = TAGS_OFFSET + vlan_tag_len;
+  const uint8_t code = code_at < whole.size ? whole.data[code_at] : uint8_t{0};
+  const uint16_t payload_len =
+      tags_at <= whole.size ? line_id_get_u16(whole.data + PAYLOAD_LEN_OFFSET + vlan_tag_len) : uint16_t{0};
+  return {.info = info,
+          .oltid = line_id_info_oltid(info),
+          .code = code,
+          .type = LINE_ID_PPPOE_TYPE_OF[code],
+          .payload_len = payload_len,
+          .payload = reader_sub(whole, tags_at, payload_len)};
 }
 
 template <uint8_t log>
@@ -113,18 +113,19 @@ int32_t strip(const pppoe_frame& frame, const option_view& tag) {
     LINE_ID_WARN(LOG_PPPOE, "Failed to proc pppoe plus (%d).\r\n", ret);
     return LINE_ID_PKT_PASS;
   }
-  count(frame, line_id_inc_pppoe_forwd_pkt_count);
+  count(frame, PPPOE_FORWARDED);
   return LINE_ID_PKT_SEND;
 }
 
-int32_t downstream(pppoe_frame& frame) {
-  if (frame.code == PADI || frame.code == PADR || frame.code == PADT) {
+// By value, here and elsewhere: a frame whose address nobody has stays in registers.
+__attribute__((noinline)) int32_t downstream(pppoe_frame frame) {
+  if (frame.type <= PPPOE_PADT) {
     // ODD: the words say upstream.
     LINE_ID_WARN(LOG_PPPOE, "Upstream PADI/PADR/PADT received and dropped.\r\n");
     return drop(frame);
   }
-  if (frame.code != PADO && frame.code != PADS) return LINE_ID_PKT_PASS;
-  count(frame, line_id_inc_pppoe_recv_pkt_count);
+  if (frame.type > PPPOE_PADS) return LINE_ID_PKT_PASS;
+  count(frame, PPPOE_RECEIVED);
   if (!frame.payload.ok) {
     LINE_ID_WARN(LOG_PPPOE, "invalid payload_len\r\n");
     return drop(frame);
@@ -155,7 +156,7 @@ inline bool fetch_line_facts(pppoe_frame& frame) {
 inline int32_t check_spoofing(const pppoe_frame& frame) {
   line_id_inf_info* info = frame.info;
   if (line_id_get_switch(frame.oltid, &line_id_common_cfg::pppoe_anti_spoofing_enable) == 0) return LINE_ID_PKT_SEND;
-  if (frame.code == PADT && info->anti_spoof_passed != 0) return LINE_ID_PKT_SEND;
+  if (frame.type == PPPOE_PADT && info->anti_spoof_passed != 0) return LINE_ID_PKT_SEND;
   if (line_id_pppoe_spoof_proc_if(0, 0, info) != LINE_ID_OK) return drop(frame);
   info->anti_spoof_passed = 1;
   return LINE_ID_PKT_SEND;
@@ -185,7 +186,7 @@ template <uint8_t log> int32_t insert(pppoe_frame& frame, const uint8_t* payload
     LINE_ID_WARN(log, "Failed to proc pppoe plus (%d).\r\n", ret);
     return LINE_ID_PKT_PASS;
   }
-  count(frame, line_id_inc_pppoe_forwd_pkt_count);
+  count(frame, PPPOE_FORWARDED);
   return LINE_ID_PKT_SEND;
 }
 
@@ -221,22 +222,22 @@ template <uint8_t log> int32_t rewrite(pppoe_frame& frame, const option_view& ta
     LINE_ID_INFO(log, "\r\n parse error pass through !\r\n");
     return LINE_ID_PKT_PASS;
   }
-  count(frame, line_id_inc_pppoe_forwd_pkt_count);
+  count(frame, PPPOE_FORWARDED);
   return LINE_ID_PKT_SEND;
 }
 
-template <uint8_t log> LINE_ID_FLAT int32_t upstream(pppoe_frame& frame) {
+template <uint8_t log> int32_t upstream(pppoe_frame frame) {
   if (frame.info->pkt_info_ptr->reserved[LINE_ID_EXT_LINE_ID_SWITCH] == 0) {
     LINE_ID_INFO(log, "onu lineid_switch is enable\r\n");
     return LINE_ID_PKT_PASS;
   }
-  if (frame.code == PADO || frame.code == PADS) {
+  if (frame.type == PPPOE_PADO || frame.type == PPPOE_PADS) {
     LINE_ID_WARN(log, "Upstream PADO/PADS received and pass through.\r\n");
-    count(frame, line_id_inc_pppoe_drop_pkt_count); // ODD: counted as dropped, yet passed on.
+    count(frame, PPPOE_DROPPED); // ODD: counted as dropped, yet passed on.
     return LINE_ID_PKT_PASS;
   }
-  if (frame.code != PADI && frame.code != PADR && frame.code != PADT) return LINE_ID_PKT_PASS;
-  count(frame, line_id_inc_pppoe_recv_pkt_count);
+  if (frame.type > PPPOE_PADS) return LINE_ID_PKT_PASS;
+  count(frame, PPPOE_RECEIVED);
   LINE_ID_INFO(log, "payload_len (%d).\r\n", frame.payload_len);
   LINE_ID_INFO(log, "inf_info_ptr->origin_pkt_len (%d).\r\n", frame.info->origin_pkt_len);
   if (!frame.payload.ok) {
@@ -258,7 +259,8 @@ template <uint8_t log> LINE_ID_FLAT int32_t upstream(pppoe_frame& frame) {
   }
 }
 
-template <uint8_t log> int32_t line_id_pppoe_event_proc(line_id_unit* unit, uint8_t* new_pkt, line_id_inf_info* info) {
+template <uint8_t log>
+LINE_ID_FLAT int32_t line_id_pppoe_event_proc(line_id_unit* unit, uint8_t* new_pkt, line_id_inf_info* info) {
   if (unit == nullptr || new_pkt == nullptr) {
     LINE_ID_WARN(log, "unit_ptr or new_pkt is NULL failed(%d).\r\n", LINE_ID_ERR_NULL);
     line_id_inc_pppoe_drop_pkt_count(0, 0, 0);

@@ -1,10 +1,6 @@
 // The counters and the rules by which frames are counted.
 #include "config/statistics.h"
 
-#include <optional>
-
-#include "config/store.h"
-
 std::atomic<uint32_t> g_line_id_statics[LINE_ID_STATICS_COUNTERS];
 
 namespace {
@@ -44,25 +40,6 @@ uint32_t total_of(uint32_t group, int8_t protocol) {
   return group + static_cast<uint32_t>(protocol - LINE_ID_DHCPV4) * PER_PROTOCOL;
 }
 
-// PPPoE Discovery codes (RFC 2516, appendix A) in the order of the counters.
-std::optional<uint32_t> type_of(uint8_t code) {
-  constexpr uint8_t PADI = 0x09, PADR = 0x19, PADT = 0xA7, PADO = 0x07, PADS = 0x65;
-  constexpr uint8_t codes[LINE_ID_PPPOE_TYPES] = {PADI, PADR, PADT, PADO, PADS};
-  for (uint32_t type = 0; type < LINE_ID_PPPOE_TYPES; ++type) {
-    if (codes[type] == code) return type;
-  }
-  return std::nullopt;
-}
-
-// The worker, as everything that happens to a PPPoE frame behind ingress.
-int32_t count_pppoe(line_id_pppoe_table table, uint8_t oltid, uint8_t code, uint16_t vlan) {
-  if (line_id_get_switch(oltid, &line_id_common_cfg::pppoe_plus_enable) == 0) return LINE_ID_ERR;
-  if (vlan == 0 || vlan >= LINE_ID_STATICS_VLANS) return LINE_ID_ERR;
-  g_line_id_statics[line_id_vlan_marker_index(vlan)].store(vlan, std::memory_order_relaxed);
-  if (const std::optional<uint32_t> type = type_of(code)) add_alone(line_id_pppoe_count_index(table, *type, vlan));
-  return LINE_ID_OK;
-}
-
 } // namespace
 
 const char* line_id_statics_label(uint32_t index) { return LABELS[index]; }
@@ -91,13 +68,13 @@ int32_t line_id_inc_drop_pkt_count(uint8_t direction, int8_t protocol) {
 }
 
 int32_t line_id_inc_pppoe_recv_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan) {
-  return count_pppoe(PPPOE_RECEIVED, oltid, code, vlan);
+  return line_id_count_pppoe(PPPOE_RECEIVED, oltid, LINE_ID_PPPOE_TYPE_OF[code], vlan);
 }
 int32_t line_id_inc_pppoe_forwd_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan) {
-  return count_pppoe(PPPOE_FORWARDED, oltid, code, vlan);
+  return line_id_count_pppoe(PPPOE_FORWARDED, oltid, LINE_ID_PPPOE_TYPE_OF[code], vlan);
 }
 int32_t line_id_inc_pppoe_drop_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan) {
-  return count_pppoe(PPPOE_DROPPED, oltid, code, vlan);
+  return line_id_count_pppoe(PPPOE_DROPPED, oltid, LINE_ID_PPPOE_TYPE_OF[code], vlan);
 }
 
 // All three directions of a protocol's group.

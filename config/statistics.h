@@ -3,19 +3,23 @@
 // Counted on the worker and on host threads, read by the report on the worker: relaxed atomics that wrap.
 #pragma once
 
+#include "config/store.h"
+
+#include <array>
 #include <atomic>
 #include <cstdint>
 
 // Order of the store: the totals, a marker for each VLAN, then the PPPoE counters [table][type][VLAN].
 constexpr uint32_t LINE_ID_STATICS_TOTALS = 27;
 constexpr uint32_t LINE_ID_STATICS_VLANS = 4097; // VLAN 0 to 4096
-constexpr uint32_t LINE_ID_PPPOE_TYPES = 5;      // PADI, PADR, PADT, PADO, PADS
-constexpr uint32_t LINE_ID_PPPOE_TABLES = 3;     // received, forwarded, dropped
+constexpr uint32_t LINE_ID_PPPOE_TYPES = 5;
+constexpr uint32_t LINE_ID_PPPOE_TABLES = 3; // received, forwarded, dropped
 constexpr uint32_t LINE_ID_STATICS_COUNTERS =
     LINE_ID_STATICS_TOTALS + (1 + LINE_ID_PPPOE_TABLES * LINE_ID_PPPOE_TYPES) * LINE_ID_STATICS_VLANS;
 static_assert(LINE_ID_STATICS_COUNTERS == 65579);
 
 enum line_id_pppoe_table : uint8_t { PPPOE_RECEIVED, PPPOE_FORWARDED, PPPOE_DROPPED };
+enum line_id_pppoe_type : uint8_t { PPPOE_PADI, PPPOE_PADR, PPPOE_PADT, PPPOE_PADO, PPPOE_PADS };
 
 extern std::atomic<uint32_t> g_line_id_statics[LINE_ID_STATICS_COUNTERS];
 
@@ -40,8 +44,32 @@ void line_id_inc_processed_pkt_count(uint8_t direction, int8_t protocol, uint8_t
 // One frame dropped. Always 0.
 int32_t line_id_inc_drop_pkt_count(uint8_t direction, int8_t protocol);
 
-// One PPPoE Discovery message (`code` as in RFC 2516; others only mark the VLAN). 0, or -1 without counting when PPPoE+
-// is off for the instance or the VLAN is not 1 to 4096. The worker only.
+// Index of each PPPoE Discovery code (RFC 2516, appendix A) in the order of the counters; LINE_ID_PPPOE_TYPES for
+// others.
+inline constexpr std::array<uint8_t, 256> LINE_ID_PPPOE_TYPE_OF = [] {
+  std::array<uint8_t, 256> types = {};
+  types.fill(LINE_ID_PPPOE_TYPES);
+  types[0x09] = PPPOE_PADI;
+  types[0x19] = PPPOE_PADR;
+  types[0xA7] = PPPOE_PADT;
+  types[0x07] = PPPOE_PADO;
+  types[0x65] = PPPOE_PADS;
+  return types;
+}();
+
+// One PPPoE Discovery message (others only mark the VLAN). 0, or -1 without counting when PPPoE+ is off for the
+// instance or the VLAN is not 1 to 4096. The worker only, which alone counts here and resets: it needs no locked
+// instruction.
+inline int32_t line_id_count_pppoe(line_id_pppoe_table table, uint8_t oltid, uint8_t type, uint16_t vlan) {
+  if (line_id_get_switch(oltid, &line_id_common_cfg::pppoe_plus_enable) == 0) return LINE_ID_ERR;
+  if (vlan == 0 || vlan >= LINE_ID_STATICS_VLANS) return LINE_ID_ERR;
+  g_line_id_statics[line_id_vlan_marker_index(vlan)].store(vlan, std::memory_order_relaxed);
+  if (type >= LINE_ID_PPPOE_TYPES) return LINE_ID_OK;
+  std::atomic<uint32_t>& counter = g_line_id_statics[line_id_pppoe_count_index(table, type, vlan)];
+  counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  return LINE_ID_OK;
+}
+// The same by code.
 int32_t line_id_inc_pppoe_recv_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan);
 int32_t line_id_inc_pppoe_forwd_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan);
 int32_t line_id_inc_pppoe_drop_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan);

@@ -26,18 +26,8 @@ uint8_t profile_of(const line_id_inf_info* info) { return info->cid <= LINE_ID_V
 
 bool has_valid_identity(const line_id_inf_info* info) { return info->onu.onu_losn_valid_or_invalid == 1; }
 
-template <uint8_t log> std::string_view choose_template(uint8_t oltid, uint8_t splice, const line_id_inf_info* info) {
-  int32_t format_mode = line_id_get_switch(oltid, &line_id_common_cfg::line_id_format_type);
-  if (info->cid != 0 || log != LOG_NONE) { // without a profile the instance's own template is all there is to ask for
-    const auto cirt_type = static_cast<uint8_t>(line_id_check_vlan_based_circuit_fmt(info, oltid));
-    LINE_ID_INFO(log, "format_mode:%d, cirt_type:%d\r\n", format_mode, cirt_type);
-    if (cirt_type == 0) {
-      const std::string_view fmt = line_id_get_vlan_based_circuit_fmt(info, oltid);
-      LINE_ID_INFO(log, "vlan-based circuit format:%.*s\r\n", static_cast<int>(fmt.size()), fmt.data());
-      return fmt;
-    }
-    if (cirt_type <= MODE_CNC) format_mode = cirt_type;
-  }
+// Of a format type, as configured.
+std::string_view template_of_type(int32_t format_mode, uint8_t oltid, uint8_t splice, const line_id_inf_info* info) {
   if (format_mode == MODE_CUSTOM) {
     const line_id_common_cfg* cfg = line_id_cfg_of(oltid);
     return cfg != nullptr ? line_id_template_field(cfg->circuit_id_custom_format) : std::string_view();
@@ -47,11 +37,26 @@ template <uint8_t log> std::string_view choose_template(uint8_t oltid, uint8_t s
   return (is_cnc ? CNC_FORMAT : CTC_FORMAT)[line_id_get_def_std_fmt_type_cfg()];
 }
 
+std::string_view choose_template(uint8_t oltid, uint8_t splice, const line_id_inf_info* info) {
+  int32_t format_mode = line_id_get_switch(oltid, &line_id_common_cfg::line_id_format_type);
+  const auto cirt_type = static_cast<uint8_t>(line_id_check_vlan_based_circuit_fmt(info, oltid));
+  LINE_ID_INFO(LOG_GENERAL, "format_mode:%d, cirt_type:%d\r\n", format_mode, cirt_type);
+  if (cirt_type == 0) {
+    const std::string_view fmt = line_id_get_vlan_based_circuit_fmt(info, oltid);
+    LINE_ID_INFO(LOG_GENERAL, "vlan-based circuit format:%.*s\r\n", static_cast<int>(fmt.size()), fmt.data());
+    return fmt;
+  }
+  if (cirt_type <= MODE_CNC) format_mode = cirt_type;
+  return template_of_type(format_mode, oltid, splice, info);
+}
+
+// With traces, and by a VLAN profile. A template for its name, which traces show.
 template <uint8_t log>
-int32_t line_id_print_circuit_id(uint8_t oltid, uint8_t* out, uint8_t splice, const line_id_inf_info* info) {
+__attribute__((noinline)) int32_t line_id_print_circuit_id(uint8_t oltid, uint8_t* out, uint8_t splice,
+                                                           const line_id_inf_info* info) {
   if (out == nullptr) return line_id_refuse_null(__func__, __LINE__);
   const int32_t set = line_id_param_set_of(oltid, info->pkt_info_ptr->packet_type);
-  const std::string_view fmt = choose_template<log>(oltid, splice, info);
+  const std::string_view fmt = choose_template(oltid, splice, info);
   LINE_ID_INFO(log, "lineid_set:%d, format_buf:%.*s#\r\n", set, static_cast<int>(fmt.size()), fmt.data());
   const int32_t len = line_id_expand_template(set, fmt, reinterpret_cast<char*>(out));
   if (len < 0) {
@@ -61,20 +66,6 @@ int32_t line_id_print_circuit_id(uint8_t oltid, uint8_t* out, uint8_t splice, co
   LINE_ID_INFO(log, "lineid_set:%d, dest_buf:%.*s#\r\n", set, len, reinterpret_cast<const char*>(out));
   LINE_ID_INFO(log, "opt_len:%d \r\n", len);
   return len;
-}
-
-template <uint8_t log>
-LINE_ID_FLAT int32_t line_id_circuit_id_replace(uint8_t oltid, uint8_t* out, uint16_t* opt_len,
-                                                line_id_inf_info* info) {
-  if (out == nullptr || opt_len == nullptr) return line_id_refuse_null(__func__, __LINE__);
-  const int32_t len = line_id_print_circuit_id<log>(oltid, out + LINE_ID_SUB_OPTION_HEAD, SPLICE_NONE, info);
-  if (len < 0) {
-    // ODD: the warning names -9 and the result is -1.
-    LINE_ID_WARN(log, "line_id_print_circuit_id  failed(%d).\r\n", LINE_ID_ERR_NULL);
-    return LINE_ID_ERR;
-  }
-  line_id_close_sub_option(out, LINE_ID_SUB_CIRCUIT_ID, static_cast<uint32_t>(len), opt_len);
-  return LINE_ID_OK;
 }
 
 // Write the line's technology into a received text, after its fourth space. The text stands in a zeroed work area that
@@ -198,8 +189,15 @@ std::string_view line_id_get_vlan_based_circuit_fmt(const line_id_inf_info* info
 }
 
 int32_t line_id_print_circuit_id(uint8_t oltid, uint8_t* out, uint8_t splice, const line_id_inf_info* info) {
-  return line_id_traces_on() ? line_id_traced<line_id_print_circuit_id<LOG_GENERAL>>(oltid, out, splice, info)
-                             : line_id_print_circuit_id<LOG_NONE>(oltid, out, splice, info);
+  if (line_id_traces_on() || out == nullptr || info->cid != 0) {
+    return line_id_print_circuit_id<LOG_GENERAL>(oltid, out, splice, info);
+  }
+  // Most frames: nothing to trace, and no profile to ask.
+  const int32_t format_mode = line_id_get_switch(oltid, &line_id_common_cfg::line_id_format_type);
+  const int32_t set = line_id_param_set_of(oltid, info->pkt_info_ptr->packet_type);
+  const int32_t len =
+      line_id_expand_template(set, template_of_type(format_mode, oltid, splice, info), reinterpret_cast<char*>(out));
+  return len >= 0 ? len : LINE_ID_ERR;
 }
 
 int32_t line_id_circuit_id_cut_pos(int32_t mode, const uint8_t* text, uint32_t len, const line_id_inf_info* info) {
@@ -230,8 +228,15 @@ int32_t line_id_circuit_id_modify(uint8_t oltid, const uint8_t* old, uint16_t ol
 
 int32_t line_id_circuit_id_replace(uint8_t oltid, const uint8_t*, uint16_t, uint8_t* out, uint16_t* opt_len,
                                    line_id_inf_info* info) {
-  return line_id_traces_on() ? line_id_traced<line_id_circuit_id_replace<LOG_GENERAL>>(oltid, out, opt_len, info)
-                             : line_id_circuit_id_replace<LOG_NONE>(oltid, out, opt_len, info);
+  if (out == nullptr || opt_len == nullptr) return line_id_refuse_null(__func__, __LINE__);
+  const int32_t len = line_id_print_circuit_id(oltid, out + LINE_ID_SUB_OPTION_HEAD, SPLICE_NONE, info);
+  if (len < 0) {
+    // ODD: the warning names -9 and the result is -1.
+    LINE_ID_WARN(LOG_GENERAL, "line_id_print_circuit_id  failed(%d).\r\n", LINE_ID_ERR_NULL);
+    return LINE_ID_ERR;
+  }
+  line_id_close_sub_option(out, LINE_ID_SUB_CIRCUIT_ID, static_cast<uint32_t>(len), opt_len);
+  return LINE_ID_OK;
 }
 
 int32_t line_id_circuit_id_remove(const uint8_t*, uint16_t, uint8_t*, uint16_t* opt_len, line_id_inf_info*) {

@@ -61,6 +61,8 @@ constexpr uint32_t HINT_BITS = 8;
 known_template g_known_templates[KNOWN_TEMPLATES];
 known_template* g_template_hints[1U << HINT_BITS]; // by place: the one that was known there last, or null
 
+int32_t set_of(const line_id_param_set& letters) { return static_cast<int32_t>(&letters - g_params); }
+
 std::string_view text_of(int32_t set, uint8_t letter) {
   const std::string_view text = line_id_param_view(set, letter);
   return text.empty() ? "0" : text;
@@ -73,8 +75,9 @@ void trace_letter(int32_t set, uint8_t letter, std::string_view text, const char
 }
 
 // The steps from `step` on, where room has become scarce, or with their traces: octets used in all.
-__attribute__((cold)) uint32_t expand_rest(int32_t set, const known_template& known, const template_step* step,
-                                           char* out, uint32_t used) {
+__attribute__((cold)) uint32_t expand_rest(const line_id_param_set& letters, const known_template& known,
+                                           const template_step* step, char* out, uint32_t used) {
+  const int32_t set = set_of(letters);
   for (const template_step* end = known.steps + known.step_count; step != end; ++step) {
     uint32_t room = LINE_ID_EXPANSION_LEN - used;
     if (step->letter == PAIR_ONLY && step->len > room) break;
@@ -92,14 +95,14 @@ __attribute__((cold)) uint32_t expand_rest(int32_t set, const known_template& kn
   return used;
 }
 
-// All steps, by blocks as long as there is room for any: octets used. `letters` are those of the set. In a function of
-// its own because the loop needs every register.
-__attribute__((noinline)) uint32_t expand_steps(const line_id_param_set& letters, int32_t set,
-                                                const known_template& known, char* out) {
+// All steps, by blocks as long as there is room for any: octets used. In a function of its own because the loop needs
+// every register.
+__attribute__((noinline)) uint32_t expand_steps(const line_id_param_set& letters, const known_template& known,
+                                                char* out) {
   char* to = out;
   const char* roomy = out + LINE_ID_EXPANSION_LEN - BLOCK_LEN - LINE_ID_PARAM_LEN;
   for (const template_step *step = known.steps, *end = step + known.step_count; step != end; ++step) {
-    if (to > roomy) return expand_rest(set, known, step, out, static_cast<uint32_t>(to - out));
+    if (to > roomy) return expand_rest(letters, known, step, out, static_cast<uint32_t>(to - out));
     std::memcpy(to, known.text + step->at, BLOCK_LEN);
     to += step->len;
     if (step->letter >= NO_LETTER) continue;
@@ -112,7 +115,7 @@ __attribute__((noinline)) uint32_t expand_steps(const line_id_param_set& letters
     } else if (len == 0) {
       *to++ = '0';
     } else {
-      const std::string_view text = text_of(set, step->letter);
+      const std::string_view text = text_of(set_of(letters), step->letter);
       std::memcpy(to, text.data(), text.size());
       to += text.size();
     }
@@ -139,7 +142,7 @@ void add_letter(known_template& known, uint8_t letter) {
   }
 }
 
-__attribute__((cold)) void take_apart(known_template& known, std::string_view limits) {
+__attribute__((cold, noinline)) void take_apart(known_template& known, std::string_view limits) {
   known = {};
   known.from = limits.data();
   known.limit = static_cast<uint32_t>(limits.size());
@@ -163,32 +166,37 @@ __attribute__((cold)) void take_apart(known_template& known, std::string_view li
   known.is_literal = std::all_of(known.steps, known.steps + known.step_count,
                                  [](const template_step& step) { return step.letter >= NO_LETTER; });
   char out[LINE_ID_EXPANSION_LEN];
-  if (known.is_literal) known.literal_len = expand_rest(0, known, known.steps, out, 0);
+  if (known.is_literal) known.literal_len = expand_rest(g_params[0], known, known.steps, out, 0);
 }
 
 bool is_from(const known_template& known, std::string_view limits) {
   return known.from == limits.data() && known.limit == limits.size();
 }
 
-__attribute__((cold)) known_template* find_template(std::string_view limits) {
+known_template*& hint_of(std::string_view limits) {
+  const uint64_t mixed = reinterpret_cast<uintptr_t>(limits.data()) * 0x9E3779B97F4A7C15; // 2^64 by the golden ratio
+  return g_template_hints[mixed >> (64 - HINT_BITS)];
+}
+
+__attribute__((cold, noinline)) known_template* find_template(std::string_view limits) {
   static uint32_t next = 0;
+  known_template*& hint = hint_of(limits);
   for (known_template& known : g_known_templates) {
-    if (is_from(known, limits)) return &known;
+    if (is_from(known, limits)) return hint = &known;
   }
   known_template& oldest = g_known_templates[next++ % KNOWN_TEMPLATES];
   take_apart(oldest, limits);
-  return &oldest;
+  return hint = &oldest;
 }
 
 // Whoever changes a template in place gets it taken apart again.
-const known_template& steps_of(std::string_view limits) {
+inline const known_template& steps_of(std::string_view limits) {
   limits = limits.substr(0, TEMPLATE_LEN);
-  const uint64_t mixed = reinterpret_cast<uintptr_t>(limits.data()) * 0x9E3779B97F4A7C15; // 2^64 by the golden ratio
-  known_template*& hint = g_template_hints[mixed >> (64 - HINT_BITS)];
-  if (hint == nullptr || !is_from(*hint, limits)) hint = find_template(limits);
-  known_template& known = *hint;
-  if (std::memcmp(known.text, limits.data(), known.compare_len) != 0) take_apart(known, limits);
-  return known;
+  known_template* known = hint_of(limits);
+  if (known == nullptr || !is_from(*known, limits)) known = find_template(limits);
+  // The known one's own limits are the same, and need no register across the comparison.
+  if (std::memcmp(known->text, limits.data(), known->compare_len) != 0) take_apart(*known, {known->from, known->limit});
+  return *known;
 }
 
 } // namespace
@@ -228,9 +236,9 @@ int32_t line_id_expand_template(int32_t set, std::string_view fmt, char* out) {
   if (known.is_literal) {
     std::memcpy(out, known.text, used);
   } else if (line_id_log_enabled(LOG_GENERAL, 2)) {
-    used = expand_rest(set, known, known.steps, out, 0);
+    used = expand_rest(g_params[set], known, known.steps, out, 0);
   } else {
-    used = expand_steps(g_params[set], set, known, out);
+    used = expand_steps(g_params[set], known, out);
   }
   // What a block has written too far goes away again: the caller's buffer was zeroed.
   if (LINE_ID_EXPANSION_LEN - used >= BLOCK_LEN) {

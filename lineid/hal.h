@@ -16,7 +16,8 @@ extern std::atomic<line_id_param_custom_func> g_line_id_hal_param_custom_if;
 line_id_hal_func_table* lineid_get_hal_func_ptr();
 
 // Whether a table has been registered; the provider refuses to work without one.
-bool line_id_hal_is_registered();
+extern bool g_line_id_hal_registered;
+inline bool line_id_hal_is_registered() { return g_line_id_hal_registered; }
 
 // 0; -9 null, -1 a device kind above 4, or the code of the first missing slot.
 int32_t line_id_check_hal_func_table_content(uint8_t device_kind, const line_id_hal_func_table* table);

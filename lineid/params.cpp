@@ -97,6 +97,15 @@ void copy_line_letters(int32_t from, int32_t to) {
   }
 }
 
+// Of a frame that a hook has moved to another instance or packet type: the sets that its identifiers may now be printed
+// from still hold another subscriber's letters.
+__attribute__((noinline)) void follow_frame(int32_t set, const line_id_inf_info* info) {
+  for (const int32_t oltid : {set / 4, int32_t{line_id_info_oltid(info)}}) {
+    const int32_t target = line_id_param_set_of(static_cast<uint8_t>(oltid), info->pkt_info_ptr->packet_type);
+    if (target != set && line_id_is_param_set(target)) copy_line_letters(set, target);
+  }
+}
+
 } // namespace
 
 bool line_id_make_room(char*& text) {
@@ -315,13 +324,8 @@ int32_t line_id_param_proc(int32_t set, line_id_inf_info* info) {
   if (g_device_if.param_provider == nullptr) return LINE_ID_OK;
   const int32_t ret = g_device_if.param_provider(PROVIDER_FRAME, line_id_param_write_inf, info);
   if (ret != LINE_ID_OK || info == nullptr || info->pkt_info_ptr == nullptr) return ret;
-  const line_id_pkt_info* pkt = info->pkt_info_ptr;
-  if (pkt->packet_type - 1 == set % 4 && line_id_info_oltid(info) == set / 4) return ret;
-  // Sets that the frame's identifiers may now be printed from; they still hold another subscriber's letters.
-  for (const int32_t oltid : {set / 4, int32_t{line_id_info_oltid(info)}}) {
-    const int32_t target = line_id_param_set_of(static_cast<uint8_t>(oltid), pkt->packet_type);
-    if (target != set && line_id_is_param_set(target)) copy_line_letters(set, target);
-  }
+  const bool has_moved = info->pkt_info_ptr->packet_type - 1 != set % 4 || line_id_info_oltid(info) != set / 4;
+  if (has_moved) follow_frame(set, info);
   return ret;
 }
 

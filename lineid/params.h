@@ -138,15 +138,20 @@ inline void line_id_put_mac(line_id_param_set& letters, char letter, const uint8
   letters.len[slot] = PARAM_MAC;
   letters.flag[slot] = PARAM_SET;
 }
-// Of a terminated text.
-inline void line_id_put_text(line_id_param_set& letters, char letter, const char (&text)[LINE_ID_TEXT_SIZE]) {
+// A text of `len` octets and its terminator.
+inline void line_id_put_text(line_id_param_set& letters, char letter, const char (&text)[LINE_ID_TEXT_SIZE],
+                             size_t len) {
   const int32_t slot = letter - 'A';
   if (letters.flag[slot] >= PARAM_PINNED) return;
   letters.flag[slot] = PARAM_SET;
   letters.len[slot] = 0;
-  if (text[0] == '\0' || (letters.text[slot] == nullptr && !line_id_make_room(letters.text[slot]))) return;
-  std::memcpy(letters.text[slot], text, LINE_ID_TEXT_SIZE);
-  letters.len[slot] = static_cast<uint8_t>(std::strlen(text));
+  if (len == 0 || (letters.text[slot] == nullptr && !line_id_make_room(letters.text[slot]))) return;
+  if (len < LINE_ID_SHORT_TEXT_SIZE) {
+    std::memcpy(letters.text[slot], text, LINE_ID_SHORT_TEXT_SIZE);
+  } else {
+    std::memcpy(letters.text[slot], text, LINE_ID_TEXT_SIZE);
+  }
+  letters.len[slot] = static_cast<uint8_t>(len);
 }
 
 // ---- texts of numbers, and of MAC addresses as 12 lower-case hexadecimal digits

@@ -10,21 +10,31 @@ namespace {
 constexpr uint8_t MODE_START = 1;
 constexpr uint8_t MODE_FRAME = 2;
 
+// A text of the agent's own.
+struct known_text {
+  char text[LINE_ID_TEXT_SIZE];
+  size_t len;
+};
+
 struct tech_form {
   uint8_t form;
-  bool is_kept;                 // in the line information; the others leave it as it was
-  char text[LINE_ID_TEXT_SIZE]; // letter F
+  bool is_kept;    // in the line information; the others leave it as it was
+  known_text name; // letter F
 };
 constexpr tech_form TECH_FORMS[] = {
-    {LINE_ID_FORM_GP, true, "GP"}, {LINE_ID_FORM_EP, false, "EP"},  {LINE_ID_FORM_XE, false, "XE"},
-    {LINE_ID_FORM_XG, true, "XG"}, {LINE_ID_FORM_XGS, true, "XGS"}, {LINE_ID_FORM_NONE, false, ""},
+    {LINE_ID_FORM_GP, true, {"GP", 2}}, {LINE_ID_FORM_EP, false, {"EP", 2}},  {LINE_ID_FORM_XE, false, {"XE", 2}},
+    {LINE_ID_FORM_XG, true, {"XG", 2}}, {LINE_ID_FORM_XGS, true, {"XGS", 3}}, {LINE_ID_FORM_NONE, false, {"", 0}},
 };
-constexpr char NO_TEXT[LINE_ID_TEXT_SIZE] = "";
-constexpr char ATM_TEXT[LINE_ID_TEXT_SIZE] = "atm"; // letter t
-constexpr char ETH_TEXT[LINE_ID_TEXT_SIZE] = "eth";
+constexpr known_text NO_TEXT = {"", 0};
+constexpr known_text ATM_TEXT = {"atm", 3}; // letter t
+constexpr known_text ETH_TEXT = {"eth", 3};
 
 void write_text(line_id_param_write_func write, char letter, const char* text, int flag = PARAM_SET) {
   write(letter, text, static_cast<int>(std::strlen(text)), flag);
+}
+
+void write_text(line_id_param_write_func write, char letter, const known_text& known) {
+  write(letter, known.text, static_cast<int>(known.len), PARAM_SET);
 }
 
 void write_int(line_id_param_write_func write, char letter, int32_t value, int flag = PARAM_SET) {
@@ -40,7 +50,10 @@ struct own_set {
   line_id_param_set& letters;
 };
 void write_text(own_set own, char letter, const char (&text)[LINE_ID_TEXT_SIZE]) {
-  line_id_put_text(own.letters, letter, text);
+  line_id_put_text(own.letters, letter, text, text[0] != '\0' ? std::strlen(text) : 0);
+}
+void write_text(own_set own, char letter, const known_text& known) {
+  line_id_put_text(own.letters, letter, known.text, known.len);
 }
 void write_int(own_set own, char letter, int32_t value, int8_t flag = PARAM_SET) {
   line_id_put_number(own.letters, letter, value, flag);
@@ -113,17 +126,16 @@ void ask_for_registration(line_id_onu_reg_info& reg, const line_id_pkt_info* pkt
   std::memset(reg.onu_text_c, 0, sizeof(reg.onu_text_c));
 }
 
-// The ONU's registration; it may correct the frame's ONU and PON numbers.
+// The ONU's registration; it may correct the frame's ONU and PON numbers. What a host that fails has left is not kept.
 template <uint8_t log> int32_t line_id_write_onu_register_info_param(line_id_inf_info* info) {
   line_id_pkt_info* pkt = info->pkt_info_ptr;
   // The host fills the frame's own record: copying it afterwards would have to wait for what it has just written.
   line_id_onu_reg_info& reg = info->onu;
-  const line_id_onu_reg_info before = reg;
   ask_for_registration(reg, pkt);
   LINE_ID_INFO(log, "onu_auth before=%d.onu_ponno before =%d,onu_id before =%s\r\n", reg.onu_auth, reg.onu_ponno,
                reg.onu_id);
   if (const int ret = g_hal_func_obj.get_onu_reg_info_by_optional_elem(&reg); ret != 0) {
-    reg = before;
+    reg = {};
     return ret;
   }
   for (char* text : {reg.onu_id, reg.onu_text_n, reg.onu_text_c}) text[LINE_ID_PARAM_LEN] = '\0';
@@ -197,7 +209,7 @@ void write_line_letters(Writer write, const line_id_inf_info* info, uint16_t olt
   write_int(write, 'S', olt_slot);
   write_int(write, 'T', info->onu_slot);
   write_int(write, 'M', info->onu_sub_slot);
-  write_text(write, 'F', tech != nullptr ? tech->text : NO_TEXT);
+  write_text(write, 'F', tech != nullptr ? tech->name : NO_TEXT);
   write_mac(write, 'h', info->client_mac);
   // ODD: the port number has a text, yet counts as not set, so that a received identifier may replace it.
   if (pkt->onu_portid != 0) write_int(write, 'P', pkt->onu_portid, PARAM_FREE);
@@ -211,7 +223,7 @@ void write_line_letters(Writer write, const line_id_inf_info* info, uint16_t olt
 
 // Not built into its caller: the compiler would work out the place of the set anew for each letter.
 template <uint8_t log, class Writer>
-__attribute__((noinline)) int32_t write_frame_facts(Writer write, line_id_inf_info* info) {
+__attribute__((noinline, flatten)) int32_t write_frame_facts(Writer write, line_id_inf_info* info) {
   uint16_t olt_slot = 0;
   if (get_slots<log>(olt_slot, info) != LINE_ID_OK) return LINE_ID_ERR;
   if (g_hal_func_obj.get_onu_reg_info_by_optional_elem != nullptr) {
@@ -225,12 +237,6 @@ __attribute__((noinline)) int32_t write_frame_facts(Writer write, line_id_inf_in
   if (write_port_letters<log>(write, info) != LINE_ID_OK) return LINE_ID_ERR;
   write_line_letters(write, info, olt_slot, tech);
   return LINE_ID_OK;
-}
-
-int32_t write_own_facts(line_id_inf_info* info) {
-  const own_set own = {g_params[g_line_id_param_set]};
-  return line_id_traces_on() ? line_id_traced<write_frame_facts<LOG_DEVICE, own_set>>(own, info)
-                             : write_frame_facts<LOG_NONE>(own, info);
 }
 
 // The host's hook sees, and may change, the frame's facts; at start-up a zeroed record.
@@ -258,6 +264,30 @@ int32_t call_hook(uint8_t mode, line_id_param_write_func write, line_id_inf_info
   return LINE_ID_OK;
 }
 
+// Any callback, with traces and the hook. A template for its name, which traces show.
+template <uint8_t log>
+__attribute__((noinline)) int32_t line_id_hal_param_func(uint8_t mode, line_id_param_write_func write,
+                                                         line_id_inf_info* info) {
+  const bool is_start = mode == MODE_START;
+  const bool has_frame = info != nullptr && info->pkt_info_ptr != nullptr;
+  if (!line_id_hal_is_registered() || write == nullptr || (mode == MODE_FRAME && !has_frame)) {
+    LINE_ID_WARN(log, "line_id_hal_param_func failed(%d).\r\n", LINE_ID_ERR_NULL);
+    return LINE_ID_ERR_NULL;
+  }
+  if (is_start) {
+    if (const int32_t ret = line_id_write_perm_info_param(write); ret != LINE_ID_OK) {
+      LINE_ID_WARN(log, "line_id_hal_param_func ,ret_val(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+      return LINE_ID_ERR;
+    }
+  } else if (mode == MODE_FRAME) {
+    const bool is_own = write == line_id_param_write_inf && line_id_is_param_set(g_line_id_param_set);
+    const int32_t ret = is_own ? write_frame_facts<log>(own_set{g_params[g_line_id_param_set]}, info)
+                               : write_frame_facts<log>(write, info);
+    if (ret != LINE_ID_OK) return ret;
+  }
+  return call_hook(mode, write, is_start ? nullptr : info);
+}
+
 } // namespace
 
 void line_id_take_vlan_profiles(line_id_inf_info* info) {
@@ -274,21 +304,11 @@ void line_id_take_vlan_profiles(line_id_inf_info* info) {
 }
 
 int32_t line_id_hal_param_func(uint8_t mode, line_id_param_write_func write, line_id_inf_info* info) {
-  const bool is_start = mode == MODE_START;
+  const bool is_own = write == line_id_param_write_inf && line_id_is_param_set(g_line_id_param_set);
   const bool has_frame = info != nullptr && info->pkt_info_ptr != nullptr;
-  if (!line_id_hal_is_registered() || write == nullptr || (mode == MODE_FRAME && !has_frame)) {
-    LINE_ID_WARN(LOG_DEVICE, "line_id_hal_param_func failed(%d).\r\n", LINE_ID_ERR_NULL);
-    return LINE_ID_ERR_NULL;
+  const bool has_hook = g_line_id_hal_param_custom_if.load(std::memory_order_acquire) != nullptr;
+  if (mode != MODE_FRAME || !is_own || !has_frame || !line_id_hal_is_registered() || has_hook || line_id_traces_on()) {
+    return line_id_hal_param_func<LOG_DEVICE>(mode, write, info);
   }
-  if (is_start) {
-    if (const int32_t ret = line_id_write_perm_info_param(write); ret != LINE_ID_OK) {
-      LINE_ID_WARN(LOG_DEVICE, "line_id_hal_param_func ,ret_val(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
-      return LINE_ID_ERR;
-    }
-  } else if (mode == MODE_FRAME) {
-    const bool is_own = write == line_id_param_write_inf && line_id_is_param_set(g_line_id_param_set);
-    const int32_t ret = is_own ? write_own_facts(info) : write_frame_facts<LOG_DEVICE>(write, info);
-    if (ret != LINE_ID_OK) return ret;
-  }
-  return call_hook(mode, write, is_start ? nullptr : info);
+  return write_frame_facts<LOG_NONE>(own_set{g_params[g_line_id_param_set]}, info); // most frames
 }

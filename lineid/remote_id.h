@@ -11,6 +11,8 @@ constexpr uint8_t LINE_ID_SUB_REMOTE_ID = 2; // RFC 3046
 int32_t line_id_print_remote_id(uint8_t oltid, uint8_t* out, uint8_t kind0);
 // The same by the frame's VLAN profile; DHCPv6 takes the instance's template all the same.
 int32_t line_id_print_vlan_based_remote_fmt(uint8_t oltid, uint8_t* out, uint8_t kind0, const line_id_inf_info* info);
+// Of a frame: by its VLAN profile, or by the instance's template when it has none.
+int32_t line_id_print_frame_remote_id(uint8_t oltid, uint8_t* out, const line_id_inf_info* info);
 
 // Modify is replace.
 int32_t line_id_remote_id_modify(uint8_t oltid, const uint8_t* old, uint16_t old_len, uint8_t* out, uint16_t* opt_len,
