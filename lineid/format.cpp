@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "core/log.h"
 #include "lineid/params.h"
@@ -47,7 +48,8 @@ constexpr uint32_t BLOCK_LEN = LINE_ID_SHORT_TEXT_SIZE; // short pieces are copi
 struct known_template {
   const char* from; // where it was found, and up to where it was looked for
   uint32_t limit;
-  uint32_t compare_len; // octets that are as they were as long as the template is: the terminator is one of them
+  uint32_t compare_len; // octets that are as they were as long as the template is: the terminator is one of them; 0 for
+                        // the built-in templates, which stay what they are
   uint32_t step_count;
   bool is_literal; // without letters: the expansion is the first `literal_len` octets of the text
   uint32_t literal_len;
@@ -95,32 +97,45 @@ __attribute__((cold)) uint32_t expand_rest(const line_id_param_set& letters, con
   return used;
 }
 
-// All steps, by blocks as long as there is room for any: octets used. In a function of its own because the loop needs
-// every register.
+uint32_t expand_with_text(const line_id_param_set& letters, const known_template& known, const template_step* step,
+                          char* out, uint32_t used);
+
+// The steps from `step` on, by blocks as long as there is room for any: octets used in all. It calls nothing but its
+// end, so that everything stays in registers.
 __attribute__((noinline)) uint32_t expand_steps(const line_id_param_set& letters, const known_template& known,
-                                                char* out) {
-  char* to = out;
-  const char* roomy = out + LINE_ID_EXPANSION_LEN - BLOCK_LEN - LINE_ID_PARAM_LEN;
-  for (const template_step *step = known.steps, *end = step + known.step_count; step != end; ++step) {
-    if (to > roomy) return expand_rest(letters, known, step, out, static_cast<uint32_t>(to - out));
+                                                const template_step* step, char* out, uint32_t used) {
+  char* to = out + used;
+  const char* roomy = out + LINE_ID_EXPANSION_LEN - BLOCK_LEN - LINE_ID_TEXT_SIZE;
+  const template_step* end = known.steps + known.step_count;
+  for (; step != end && to <= roomy; ++step) {
     std::memcpy(to, known.text + step->at, BLOCK_LEN);
     to += step->len;
     if (step->letter >= NO_LETTER) continue;
-    const uint32_t len = letters.len[step->letter];
+    const uint32_t slot = step->letter;
+    const uint32_t len = letters.len[slot];
     if (len - 1 < BLOCK_LEN) {
-      std::memcpy(to, letters.text[step->letter], BLOCK_LEN);
+      std::memcpy(to, letters.text[slot], BLOCK_LEN);
       to += len;
-    } else if (len == PARAM_NUMBER) {
-      to += line_id_put_decimal(to, static_cast<int32_t>(letters.number[step->letter]));
+    } else if (len == PARAM_NUMBER && static_cast<uint64_t>(letters.number[slot]) < LINE_ID_PLAIN_NUMBERS) {
+      to += line_id_put_plain_number(to, static_cast<uint32_t>(letters.number[slot]));
     } else if (len == 0) {
       *to++ = '0';
+    } else if (len < PARAM_NUMBER) {
+      std::memcpy(to, letters.text[slot], LINE_ID_TEXT_SIZE);
+      to += len;
     } else {
-      const std::string_view text = text_of(set_of(letters), step->letter);
-      std::memcpy(to, text.data(), text.size());
-      to += text.size();
+      return expand_with_text(letters, known, step, out, static_cast<uint32_t>(to - step->len - out));
     }
   }
-  return static_cast<uint32_t>(to - out);
+  used = static_cast<uint32_t>(to - out);
+  return step == end ? used : expand_rest(letters, known, step, out, used);
+}
+
+// The same when the letter of `step` is a MAC address or a long number, which becomes a text first.
+__attribute__((noinline)) uint32_t expand_with_text(const line_id_param_set& letters, const known_template& known,
+                                                    const template_step* step, char* out, uint32_t used) {
+  line_id_param_view(set_of(letters), step->letter);
+  return expand_steps(letters, known, step, out, used);
 }
 
 void add_octet(known_template& known, uint32_t at) {
@@ -142,12 +157,20 @@ void add_letter(known_template& known, uint8_t letter) {
   }
 }
 
+bool is_built_in(std::string_view fmt) {
+  const auto is_fmt = [fmt](std::string_view each) { return each.data() == fmt.data(); };
+  return std::any_of(std::begin(CTC_FORMAT), std::end(CTC_FORMAT), is_fmt) ||
+         std::any_of(std::begin(CNC_FORMAT), std::end(CNC_FORMAT), is_fmt) ||
+         std::any_of(std::begin(CTC_SPLICE_FORMAT), std::end(CTC_SPLICE_FORMAT), is_fmt) ||
+         std::any_of(std::begin(CNC_SPLICE_FORMAT), std::end(CNC_SPLICE_FORMAT), is_fmt);
+}
+
 __attribute__((cold, noinline)) void take_apart(known_template& known, std::string_view limits) {
   known = {};
   known.from = limits.data();
   known.limit = static_cast<uint32_t>(limits.size());
   const std::string_view fmt = limits.substr(0, limits.find('\0'));
-  known.compare_len = static_cast<uint32_t>(std::min(fmt.size() + 1, limits.size()));
+  known.compare_len = is_built_in(limits) ? 0 : static_cast<uint32_t>(std::min(fmt.size() + 1, limits.size()));
   if (!fmt.empty()) std::memcpy(known.text, fmt.data(), fmt.size());
   for (uint32_t pos = 0; pos < fmt.size() && known.step_count < LINE_ID_EXPANSION_LEN;) {
     if (fmt[pos] != '%') {
@@ -195,7 +218,8 @@ inline const known_template& steps_of(std::string_view limits) {
   known_template* known = hint_of(limits);
   if (known == nullptr || !is_from(*known, limits)) known = find_template(limits);
   // The known one's own limits are the same, and need no register across the comparison.
-  if (std::memcmp(known->text, limits.data(), known->compare_len) != 0) take_apart(*known, {known->from, known->limit});
+  const bool is_same = known->compare_len == 0 || std::memcmp(known->text, limits.data(), known->compare_len) == 0;
+  if (!is_same) take_apart(*known, {known->from, known->limit});
   return *known;
 }
 
@@ -238,7 +262,7 @@ int32_t line_id_expand_template(int32_t set, std::string_view fmt, char* out) {
   } else if (line_id_log_enabled(LOG_GENERAL, 2)) {
     used = expand_rest(g_params[set], known, known.steps, out, 0);
   } else {
-    used = expand_steps(g_params[set], known, out);
+    used = expand_steps(g_params[set], known, known.steps, out, 0);
   }
   // What a block has written too far goes away again: the caller's buffer was zeroed.
   if (LINE_ID_EXPANSION_LEN - used >= BLOCK_LEN) {

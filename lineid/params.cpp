@@ -2,6 +2,7 @@
 #include "lineid/params.h"
 
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -78,6 +79,13 @@ line_id_short_text mac_digits(uint64_t mac) {
   line_id_short_text text = {};
   for (text.len = 0; text.len < 12; ++text.len) text.octets[text.len] = DIGITS[mac >> (44 - 4 * text.len) & 0x0F];
   return text;
+}
+
+inline void empty_line_letters(line_id_param_set& letters) {
+  for (size_t slot = 0; slot < LINE_ID_PARAM_ROW; ++slot) {
+    letters.flag[slot] = static_cast<int8_t>(letters.flag[slot] & static_cast<int8_t>(letters.kept[slot]));
+    letters.len[slot] = letters.len[slot] & letters.kept[slot];
+  }
 }
 
 void write_instance(uint8_t oltid, char letter, const char* text) {
@@ -222,17 +230,11 @@ std::string_view line_id_param_text_of_number(int32_t set, int32_t slot) {
   g_params[set].len[slot] = 0;
   char* buffer = buffer_of(set, slot);
   if (buffer == nullptr) return {};
-  std::memset(buffer, 0, LINE_ID_SHORT_TEXT_SIZE);
-  uint32_t len;
-  if (kind == PARAM_MAC) {
-    const line_id_short_text text = mac_digits(static_cast<uint64_t>(number));
-    std::memcpy(buffer, text.octets, sizeof(text.octets));
-    len = text.len;
-  } else {
-    len = line_id_put_decimal(buffer, static_cast<int32_t>(number));
-  }
-  g_params[set].len[slot] = static_cast<uint8_t>(len);
-  return {buffer, len};
+  const line_id_short_text text = kind == PARAM_MAC ? mac_digits(static_cast<uint64_t>(number))
+                                                    : line_id_decimal_text(static_cast<int32_t>(number));
+  std::memcpy(buffer, text.octets, sizeof(text.octets));
+  g_params[set].len[slot] = static_cast<uint8_t>(text.len);
+  return {buffer, text.len};
 }
 
 const char* line_id_get_param_text(int32_t set, int32_t letter) {
@@ -256,11 +258,7 @@ void line_id_reset_params(int32_t set) {
     LINE_ID_WARN(LOG_GENERAL, "line_id_reset_params lineid_set err (%d).\r\n", set);
     return;
   }
-  line_id_param_set& letters = g_params[set];
-  for (size_t slot = 0; slot < LINE_ID_PARAM_ROW; ++slot) {
-    letters.flag[slot] = static_cast<int8_t>(letters.flag[slot] & static_cast<int8_t>(letters.kept[slot]));
-    letters.len[slot] = letters.len[slot] & letters.kept[slot];
-  }
+  empty_line_letters(g_params[set]);
 }
 
 int32_t line_id_set_param_ani(uint8_t oltid, const char* text) {
@@ -318,8 +316,11 @@ int32_t line_id_set_init_param() {
 }
 
 int32_t line_id_param_proc(int32_t set, line_id_inf_info* info) {
-  line_id_reset_params(set);
-  if (!line_id_is_param_set(set)) return LINE_ID_ERR; // 36 would write every subscriber's set
+  if (!line_id_is_param_set(set)) { // 36 would write every subscriber's set
+    line_id_reset_params(set);      // says so
+    return LINE_ID_ERR;
+  }
+  empty_line_letters(g_params[set]);
   g_line_id_param_set = static_cast<uint16_t>(set);
   if (g_device_if.param_provider == nullptr) return LINE_ID_OK;
   const int32_t ret = g_device_if.param_provider(PROVIDER_FRAME, line_id_param_write_inf, info);
@@ -341,7 +342,8 @@ int line_id_param_write_inf(int letter, const char* text, int, int flag) {
 
 line_id_short_text line_id_decimal_text(int32_t value) {
   line_id_short_text text = {};
-  text.len = line_id_put_decimal(text.octets, value);
+  text.len =
+      static_cast<uint32_t>(std::to_chars(text.octets, text.octets + sizeof(text.octets) - 1, value).ptr - text.octets);
   return text;
 }
 

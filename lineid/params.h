@@ -10,7 +10,7 @@
 #include "core/records.h"
 #include "packet/frame.h"
 
-#include <charconv>
+#include <array>
 #include <cstring>
 #include <string_view>
 
@@ -156,32 +156,35 @@ inline void line_id_put_text(line_id_param_set& letters, char letter, const char
 
 // ---- texts of numbers, and of MAC addresses as 12 lower-case hexadecimal digits
 
-// In decimal, at most 11 octets and no terminator: how many. Most numbers of a line have up to four digits.
-inline uint32_t line_id_put_decimal(char* to, int32_t value) {
-  static constexpr char PAIRS[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-                                  "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-                                  "8081828384858687888990919293949596979899";
-  const auto put_pair = [](char* at, uint32_t two_digits) { std::memcpy(at, PAIRS + size_t{2} * two_digits, 2); };
-  const auto number = static_cast<uint32_t>(value);
-  if (number < 10) {
-    to[0] = static_cast<char>('0' + number);
-    return 1;
+// Most numbers of a line have up to three digits; their texts stand here with their lengths.
+struct line_id_small_number {
+  char digits[3];
+  uint8_t len;
+};
+inline constexpr std::array<line_id_small_number, 1000> LINE_ID_SMALL_NUMBERS = [] {
+  std::array<line_id_small_number, 1000> texts = {};
+  for (size_t number = 0; number < texts.size(); ++number) {
+    line_id_small_number& text = texts[number];
+    for (size_t unit = number < 10 ? 1 : number < 100 ? 10 : 100; unit > 0; unit /= 10) {
+      text.digits[text.len++] = static_cast<char>('0' + number / unit % 10);
+    }
   }
-  if (number < 100) {
-    put_pair(to, number);
-    return 2;
-  }
-  if (number < 1000) {
-    to[0] = static_cast<char>('0' + number / 100);
-    put_pair(to + 1, number % 100);
-    return 3;
-  }
-  if (number < 10000) {
-    put_pair(to, number / 100);
-    put_pair(to + 2, number % 100);
-    return 4;
-  }
-  return static_cast<uint32_t>(std::to_chars(to, to + LINE_ID_SHORT_TEXT_SIZE - 1, value).ptr - to);
+  return texts;
+}();
+
+// In decimal, without a terminator: how many octets. A number below 1,000,000; writes four octets at least, of which
+// those behind the text mean nothing.
+constexpr uint32_t LINE_ID_PLAIN_NUMBERS = 1000000;
+inline uint32_t line_id_put_plain_number(char* to, uint32_t number) {
+  const uint32_t thousands = number / 1000;
+  const line_id_small_number& first = LINE_ID_SMALL_NUMBERS[thousands != 0 ? thousands : number];
+  std::memcpy(to, &first, sizeof(first));
+  if (thousands == 0) return first.len;
+  const uint32_t rest = number % 1000;
+  to[first.len] = static_cast<char>('0' + rest / 100);
+  to[first.len + 1] = static_cast<char>('0' + rest / 10 % 10);
+  to[first.len + 2] = static_cast<char>('0' + rest % 10);
+  return first.len + 3U;
 }
 
 // Zeros behind the text, at least one.
