@@ -7,9 +7,6 @@
 
 #include "core/records.h"
 
-// Octets of one option as the two builders below write it: code, length, enterprise number, text.
-constexpr uint32_t DHCP6_OPTION_ROOM = 8 + LINE_ID_IDENTIFIER_LEN;
-
 // The agent: 0 send `new_pkt`, -1 pass the frame as received, -2 drop.
 int32_t line_id_dhcpv6_event_proc(line_id_unit* unit, uint8_t* new_pkt, line_id_inf_info* info);
 
@@ -22,10 +19,3 @@ int32_t line_id_dhcpv6_relay_forward_proc(uint8_t oltid, const uint8_t* origin, 
 // VLAN tags, -117 no Relay-Reply, -118 not a server's message inside, -159 malformed.
 int32_t line_id_dhcpv6_relay_reply_proc(const uint8_t* origin, uint32_t origin_len, uint8_t* out, uint16_t* out_len,
                                         const line_id_inf_info* info);
-
-// Write one whole option to `dest` (DHCP6_OPTION_ROOM octets); `len` 0 when it is switched off. The text of option 18
-// is joined with the tail of `old`, the Circuit-ID of a relay nearer to the subscriber, unless that is null or empty.
-// 0; option 18: -157 too long, -1 `old` has no cut position; option 37: -115.
-int32_t line_id_dhcpv6_option18_proc(uint8_t oltid, uint8_t* dest, uint32_t* len, const line_id_inf_info* info,
-                                     const uint8_t* old, uint32_t old_len);
-int32_t line_id_dhcpv6_option37_proc(uint8_t oltid, uint8_t* dest, uint32_t* len, const line_id_inf_info* info);

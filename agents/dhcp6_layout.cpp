@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr uint32_t IP6_NEXT_HEADER = 6;
-constexpr uint8_t NEXT_HEADER_UDP = 17;
 constexpr uint32_t EXT_HEADERS_LIMIT = 1000; // octets walked before the chain is given up
 constexpr uint32_t UDP_LENGTH = 4;
 
@@ -24,31 +22,14 @@ int32_t line_id_dhcpv6_ext_header_proc(const uint8_t* start, uint32_t size) {
   packet_reader header = reader_over(start, size);
   uint8_t type = reader_u8(header);
   uint32_t len = ext_header_len(reader_u8(header));
-  while (header.ok && type != NEXT_HEADER_UDP && len < EXT_HEADERS_LIMIT) {
+  while (header.ok && type != IP6_UDP && len < EXT_HEADERS_LIMIT) {
     header = reader_sub(reader_over(start, size), len);
     type = reader_u8(header);
     len += ext_header_len(reader_u8(header));
   }
-  if (header.ok && type == NEXT_HEADER_UDP) return static_cast<int32_t>(len);
+  if (header.ok && type == IP6_UDP) return static_cast<int32_t>(len);
   LINE_ID_WARN(LOG_DHCPV6, " uc_next_header is not udp protocol,(uc_next_header = %d).\r\n", type);
   return LINE_ID_ERR_DHCPV6;
-}
-
-int32_t line_id_dhcp6_locate(const uint8_t* frame, uint32_t len, uint32_t vlan_tag_len, dhcp6_layout* layout) {
-  *layout = {};
-  layout->ip = ETH_HEADER_LEN + vlan_tag_len;
-  const packet_reader ip = reader_sub(reader_over(frame, len), layout->ip);
-  if (!ip.ok || ip.size < IP6_HEADER_LEN) return LINE_ID_ERR_DHCPV6;
-  if (ip.data[IP6_NEXT_HEADER] != NEXT_HEADER_UDP) {
-    // ODD: the walk starts at the IPv6 header itself, whose first octet is taken for a next-header value.
-    const int32_t ext_headers_len = line_id_dhcpv6_ext_header_proc(ip.data, ip.size);
-    if (ext_headers_len < 0) return LINE_ID_ERR_DHCPV6;
-    layout->ext_headers_len = static_cast<uint32_t>(ext_headers_len);
-  }
-  layout->udp = layout->ip + IP6_HEADER_LEN + layout->ext_headers_len;
-  layout->dhcp = layout->udp + UDP_HEADER_LEN;
-  layout->message = reader_sub(reader_over(frame, len), layout->dhcp);
-  return layout->message.ok && layout->message.size >= DHCP6_HEADER_LEN ? LINE_ID_OK : LINE_ID_ERR_DHCPV6;
 }
 
 uint16_t line_id_dhcpv6_udp_check_sum_proc(const uint8_t* ipv6_header, const uint8_t* udp_header) {

@@ -43,20 +43,27 @@ inline uint16_t line_id_fold_words(uint64_t total) {
 // line_id_fold_words. Less than 2^34, so that several can be added. An odd last octet is the first one of its word.
 inline uint64_t line_id_add_words(const uint8_t* buf, uint32_t len) {
   // Summed in 64-bit words, with the carry added again: the sum does not depend on the octet order until it is folded.
-  uint64_t total = 0;
-  const auto add = [&total](const uint8_t* at) {
+  const auto add = [](uint64_t& sum, uint64_t word) {
+    sum += word;
+    sum += sum < word ? 1 : 0;
+  };
+  const auto word_at = [](const uint8_t* at) {
     uint64_t word = 0;
     std::memcpy(&word, at, sizeof(word));
-    total += word;
-    total += total < word ? 1 : 0;
+    return word;
   };
-  for (; len >= 32; len -= 32, buf += 32) {
-    add(buf);
-    add(buf + 8);
-    add(buf + 16);
-    add(buf + 24);
+  uint64_t total = 0;
+  if (len >= 32) {
+    uint64_t sums[4] = {}; // each addition waits for the one before it
+    for (; len >= 32; len -= 32, buf += 32) {
+      add(sums[0], word_at(buf));
+      add(sums[1], word_at(buf + 8));
+      add(sums[2], word_at(buf + 16));
+      add(sums[3], word_at(buf + 24));
+    }
+    for (const uint64_t sum : sums) add(total, sum);
   }
-  for (; len >= 8; len -= 8, buf += 8) add(buf);
+  for (; len >= 8; len -= 8, buf += 8) add(total, word_at(buf));
   total = (total >> 32) + (total & 0xFFFFFFFF);
   if ((len & 4) != 0) {
     uint32_t half = 0;

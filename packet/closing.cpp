@@ -1,6 +1,6 @@
 // The closing step of a rebuilt frame.
 #include "packet/closing.h"
-
+#include "core/records.h"
 #include "packet/check.h"
 #include "packet/frame.h"
 
@@ -29,7 +29,7 @@ uint16_t word_at(const uint8_t* field) {
 uint16_t without(const uint8_t* field) { return static_cast<uint16_t>(~word_at(field)); }
 
 // Of the pseudo-header and `udp_len` octets, the checksum field taken as zero.
-uint64_t add_udp6(const uint8_t* addresses, const uint8_t* udp, uint32_t udp_len) {
+inline uint64_t add_udp6(const uint8_t* addresses, const uint8_t* udp, uint32_t udp_len) {
   uint8_t pseudo[4]; // length and protocol, which no word shares with the addresses
   line_id_set_u32(pseudo, udp_len + PROTOCOL_UDP);
   return line_id_add_words(addresses, IP6_ADDRESSES_LEN) + word_at(pseudo) + word_at(pseudo + 2) +
@@ -61,7 +61,7 @@ void line_id_close_dhcp4(uint8_t* frame, uint32_t len, uint32_t vlan_tag_len) {
   line_id_set_u16(udp + UDP_CHECKSUM, 0);
 }
 
-void line_id_close_dhcp6(uint8_t* frame, uint32_t len, uint32_t vlan_tag_len, uint32_t ext_headers_len) {
+LINE_ID_FLAT void line_id_close_dhcp6(uint8_t* frame, uint32_t len, uint32_t vlan_tag_len, uint32_t ext_headers_len) {
   const uint32_t ip_offset = ETH_HEADER_LEN + vlan_tag_len;
   const uint32_t udp_offset = ip_offset + IP6_HEADER_LEN + ext_headers_len;
   if (len < udp_offset + UDP_HEADER_LEN) return;
