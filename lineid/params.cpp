@@ -52,7 +52,9 @@ bool is_in_block(const char* buffer) {
 // A pinned letter outlives the reset for each frame, as a device-wide one does.
 void set_flag(int32_t set, int32_t slot, int32_t flag) {
   line_id_param_set& letters = g_params[set];
+  if (letters.flag[slot] >= PARAM_PINNED) --letters.pinned;
   letters.flag[slot] = static_cast<int8_t>(flag);
+  if (letters.flag[slot] >= PARAM_PINNED) ++letters.pinned;
   letters.kept[slot] = letters.flag[slot] >= PARAM_PINNED ? 0xFF : DEVICE_SLOTS[static_cast<size_t>(slot)];
 }
 
@@ -136,6 +138,7 @@ int32_t line_id_init_params() {
     }
     std::memset(letters.len, 0, sizeof(letters.len));
     std::memset(letters.flag, PARAM_FREE, sizeof(letters.flag));
+    letters.pinned = 0;
     std::memcpy(letters.kept, DEVICE_SLOTS.data(), sizeof(letters.kept));
   }
   return LINE_ID_OK;
@@ -348,7 +351,7 @@ line_id_short_text line_id_decimal_text(int32_t value) {
 }
 
 line_id_short_text line_id_mac_text(const uint8_t* mac) {
-  return mac_digits(uint64_t{line_id_get_u16(mac)} << 32 | line_id_get_u32(mac + 2));
+  return mac_digits(static_cast<uint64_t>(line_id_number_of_mac(mac)));
 }
 
 void line_id_printf_mac(const uint8_t* mac) { std::fputs(line_id_mac_text(mac).octets, stdout); }

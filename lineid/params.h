@@ -38,6 +38,7 @@ struct alignas(64) line_id_param_set {
   uint8_t kept[LINE_ID_PARAM_ROW]; // all ones for what the reset for each frame spares: device-wide and pinned letters
   int64_t number[LINE_ID_PARAM_ROW];
   char* text[LINE_ID_PARAM_SLOTS]; // buffers of LINE_ID_TEXT_SIZE octets, or null
+  uint32_t pinned;                 // how many letters are
 };
 extern line_id_param_set g_params[LINE_ID_PARAM_SETS];
 
@@ -131,20 +132,19 @@ inline void line_id_put_number(line_id_param_set& letters, char letter, int32_t 
   letters.len[slot] = PARAM_NUMBER;
   letters.flag[slot] = flag;
 }
+inline int64_t line_id_number_of_mac(const uint8_t* mac) {
+  return static_cast<int64_t>(uint64_t{line_id_get_u16(mac)} << 32 | line_id_get_u32(mac + 2));
+}
 inline void line_id_put_mac(line_id_param_set& letters, char letter, const uint8_t* mac) {
   const int32_t slot = letter - 'A';
   if (letters.flag[slot] >= PARAM_PINNED) return;
-  letters.number[slot] = static_cast<int64_t>(uint64_t{line_id_get_u16(mac)} << 32 | line_id_get_u32(mac + 2));
+  letters.number[slot] = line_id_number_of_mac(mac);
   letters.len[slot] = PARAM_MAC;
   letters.flag[slot] = PARAM_SET;
 }
-// A text of `len` octets and its terminator.
-inline void line_id_put_text(line_id_param_set& letters, char letter, const char (&text)[LINE_ID_TEXT_SIZE],
-                             size_t len) {
-  const int32_t slot = letter - 'A';
-  if (letters.flag[slot] >= PARAM_PINNED) return;
-  letters.flag[slot] = PARAM_SET;
-  letters.len[slot] = 0;
+// A text of `len` octets and its terminator, without flag or, when it is empty, length.
+inline void line_id_put_marked_text(line_id_param_set& letters, int32_t slot, const char (&text)[LINE_ID_TEXT_SIZE],
+                                    size_t len) {
   if (len == 0 || (letters.text[slot] == nullptr && !line_id_make_room(letters.text[slot]))) return;
   if (len < LINE_ID_SHORT_TEXT_SIZE) {
     std::memcpy(letters.text[slot], text, LINE_ID_SHORT_TEXT_SIZE);
@@ -152,6 +152,41 @@ inline void line_id_put_text(line_id_param_set& letters, char letter, const char
     std::memcpy(letters.text[slot], text, LINE_ID_TEXT_SIZE);
   }
   letters.len[slot] = static_cast<uint8_t>(len);
+}
+inline void line_id_put_text(line_id_param_set& letters, char letter, const char (&text)[LINE_ID_TEXT_SIZE],
+                             size_t len) {
+  const int32_t slot = letter - 'A';
+  if (letters.flag[slot] >= PARAM_PINNED) return;
+  letters.flag[slot] = PARAM_SET;
+  letters.len[slot] = 0;
+  line_id_put_marked_text(letters, slot, text, len);
+}
+
+// The flags and lengths of letters that are written together, to be stored by the row: letter by letter they are most
+// of what a frame's facts cost.
+struct line_id_letter_marks {
+  std::array<int8_t, LINE_ID_PARAM_ROW> flag = {};
+  std::array<uint8_t, LINE_ID_PARAM_ROW> len = {};
+  std::array<uint8_t, LINE_ID_PARAM_ROW> others = {}; // all ones for letters that are not among them
+};
+constexpr line_id_letter_marks line_id_no_marks() {
+  line_id_letter_marks marks;
+  marks.others.fill(0xFF);
+  return marks;
+}
+constexpr void line_id_mark_letter(line_id_letter_marks& marks, char letter, uint8_t len) {
+  const auto slot = static_cast<size_t>(letter - 'A');
+  marks.flag[slot] = PARAM_SET;
+  marks.len[slot] = len;
+  marks.others[slot] = 0;
+}
+// In a set without pinned letters. Numbers and texts, with the lengths of texts, follow.
+inline void line_id_apply_marks(line_id_param_set& letters, const line_id_letter_marks& marks) {
+  for (size_t slot = 0; slot < LINE_ID_PARAM_ROW; ++slot) {
+    letters.flag[slot] =
+        static_cast<int8_t>((letters.flag[slot] & static_cast<int8_t>(marks.others[slot])) | marks.flag[slot]);
+    letters.len[slot] = (letters.len[slot] & marks.others[slot]) | marks.len[slot];
+  }
 }
 
 // ---- texts of numbers, and of MAC addresses as 12 lower-case hexadecimal digits

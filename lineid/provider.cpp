@@ -1,4 +1,5 @@
 // The parameter provider: asks the host's callbacks for device and line facts and writes them as letters.
+#include <cstddef>
 #include <cstring>
 
 #include "core/log.h"
@@ -60,6 +61,39 @@ void write_int(own_set own, char letter, int32_t value, int8_t flag = PARAM_SET)
 }
 void write_mac(own_set own, char letter, const uint8_t* mac) { line_id_put_mac(own.letters, letter, mac); }
 
+// The same without pinned letters, whose marks stand there already.
+struct marked_set {
+  line_id_param_set& letters;
+};
+void write_text(marked_set own, char letter, const char (&text)[LINE_ID_TEXT_SIZE]) {
+  line_id_put_marked_text(own.letters, letter - 'A', text, text[0] != '\0' ? std::strlen(text) : 0);
+}
+void write_text(marked_set own, char letter, const known_text& known) {
+  line_id_put_marked_text(own.letters, letter - 'A', known.text, known.len);
+}
+void write_int(marked_set own, char letter, int32_t value) { own.letters.number[letter - 'A'] = value; }
+void write_int(marked_set own, char letter, int32_t value, int8_t flag) {
+  line_id_put_number(own.letters, letter, value, flag);
+}
+void write_mac(marked_set own, char letter, const uint8_t* mac) {
+  own.letters.number[letter - 'A'] = line_id_number_of_mac(mac);
+}
+
+// Finds out at compile time which letters there are to mark.
+struct mark_recorder {
+  line_id_letter_marks& marks;
+};
+template <class Text> constexpr void write_text(mark_recorder own, char letter, const Text&) {
+  line_id_mark_letter(own.marks, letter, 0);
+}
+constexpr void write_int(mark_recorder own, char letter, int32_t) {
+  line_id_mark_letter(own.marks, letter, PARAM_NUMBER);
+}
+constexpr void write_int(mark_recorder, char, int32_t, int8_t) {} // with a flag of its own: not among them
+constexpr void write_mac(mark_recorder own, char letter, const uint8_t*) {
+  line_id_mark_letter(own.marks, letter, PARAM_MAC);
+}
+
 int32_t write_type_name(line_id_param_write_func write, char letter, int (*get_name)(char*, uint32_t)) {
   if (get_name == nullptr) return LINE_ID_OK;
   char name[LINE_ID_TEXT_SIZE] = {};
@@ -115,15 +149,12 @@ template <uint8_t log> int32_t get_slots(uint16_t& olt_slot, line_id_inf_info* i
   return LINE_ID_OK;
 }
 
-// The place of the frame and the ONU's identification, as far as it is known; all else is the answer's.
+// The place of the frame and the ONU's identification, as far as it is known; all behind them is the answer's.
 void ask_for_registration(line_id_onu_reg_info& reg, const line_id_pkt_info* pkt) {
+  constexpr size_t ANSWER = offsetof(line_id_onu_reg_info, onu_id) + sizeof(reg.onu_id);
   reg.onu_auth = pkt->onu_authno;
   reg.onu_ponno = pkt->onu_ponno;
-  reg.onu_rpc_ponno = 0;
-  reg.onu_losn_valid_or_invalid = 0;
-  reg.onu_type_id = 0;
-  std::memset(reg.onu_text_n, 0, sizeof(reg.onu_text_n));
-  std::memset(reg.onu_text_c, 0, sizeof(reg.onu_text_c));
+  std::memset(reinterpret_cast<char*>(&reg) + ANSWER, 0, sizeof(reg) - ANSWER);
 }
 
 // The ONU's registration; it may correct the frame's ONU and PON numbers. What a host that fails has left is not kept.
@@ -200,7 +231,8 @@ template <uint8_t log, class Writer> int32_t write_port_letters(Writer write, li
 }
 
 template <class Writer>
-void write_line_letters(Writer write, const line_id_inf_info* info, uint16_t olt_slot, const tech_form* tech) {
+constexpr void write_line_letters(Writer write, const line_id_inf_info* info, uint16_t olt_slot,
+                                  const tech_form* tech) {
   const line_id_pkt_info* pkt = info->pkt_info_ptr;
   // ODD: the port's number replaces the second coordinate that was just written, "0" when nobody filled it.
   write_int(write, 'x', info->port.number[0] << 8 | info->port.number[1]);
@@ -221,6 +253,25 @@ void write_line_letters(Writer write, const line_id_inf_info* info, uint16_t olt
   write_text(write, 'C', info->onu.onu_text_c);
 }
 
+constexpr line_id_letter_marks LINE_MARKS = [] {
+  line_id_letter_marks marks = line_id_no_marks();
+  line_id_pkt_info pkt = {};
+  line_id_inf_info info = {};
+  info.pkt_info_ptr = &pkt;
+  write_line_letters(mark_recorder{marks}, &info, 0, nullptr);
+  return marks;
+}();
+
+void write_all_letters(line_id_param_write_func write, const line_id_inf_info* info, uint16_t olt_slot,
+                       const tech_form* tech) {
+  write_line_letters(write, info, olt_slot, tech);
+}
+void write_all_letters(own_set own, const line_id_inf_info* info, uint16_t olt_slot, const tech_form* tech) {
+  if (own.letters.pinned != 0) return write_line_letters(own, info, olt_slot, tech);
+  line_id_apply_marks(own.letters, LINE_MARKS);
+  write_line_letters(marked_set{own.letters}, info, olt_slot, tech);
+}
+
 // Not built into its caller: the compiler would work out the place of the set anew for each letter.
 template <uint8_t log, class Writer>
 __attribute__((noinline, flatten)) int32_t write_frame_facts(Writer write, line_id_inf_info* info) {
@@ -235,7 +286,7 @@ __attribute__((noinline, flatten)) int32_t write_frame_facts(Writer write, line_
   const tech_form* tech = nullptr;
   if (const int32_t ret = get_tech_text<log>(tech, info); ret != LINE_ID_OK) return ret;
   if (write_port_letters<log>(write, info) != LINE_ID_OK) return LINE_ID_ERR;
-  write_line_letters(write, info, olt_slot, tech);
+  write_all_letters(write, info, olt_slot, tech);
   return LINE_ID_OK;
 }
 
