@@ -26,5 +26,10 @@ int32_t line_id_check_hal_func_table_content(uint8_t device_kind, const line_id_
 // into its set. Then the host's hook. 0; -9 no table registered, -14 unknown access technology, -1 any other failure.
 int32_t line_id_hal_param_func(uint8_t mode, line_id_param_write_func write, line_id_inf_info* info);
 
+// Mode 2 for the parameter table's own callback, and without traces: empty a set and write the facts of a frame's line
+// into it, then the hook. For a registered table and a frame; 0, -14 or -1 as above.
+struct line_id_param_set;
+int32_t line_id_hal_fill_set(line_id_param_set& letters, line_id_inf_info* info);
+
 // Take a frame's VLAN profiles from its reserved octets: numbers above 64 count as none, DHCPv6 has none.
 void line_id_take_vlan_profiles(line_id_inf_info* info);

@@ -9,6 +9,7 @@
 
 #include "core/device_if.h"
 #include "core/log.h"
+#include "lineid/hal.h"
 
 line_id_param_set g_params[LINE_ID_PARAM_SETS];
 uint16_t g_line_id_param_set;
@@ -81,13 +82,6 @@ line_id_short_text mac_digits(uint64_t mac) {
   line_id_short_text text = {};
   for (text.len = 0; text.len < 12; ++text.len) text.octets[text.len] = DIGITS[mac >> (44 - 4 * text.len) & 0x0F];
   return text;
-}
-
-inline void empty_line_letters(line_id_param_set& letters) {
-  for (size_t slot = 0; slot < LINE_ID_PARAM_ROW; ++slot) {
-    letters.flag[slot] = static_cast<int8_t>(letters.flag[slot] & static_cast<int8_t>(letters.kept[slot]));
-    letters.len[slot] = letters.len[slot] & letters.kept[slot];
-  }
 }
 
 void write_instance(uint8_t oltid, char letter, const char* text) {
@@ -261,7 +255,7 @@ void line_id_reset_params(int32_t set) {
     LINE_ID_WARN(LOG_GENERAL, "line_id_reset_params lineid_set err (%d).\r\n", set);
     return;
   }
-  empty_line_letters(g_params[set]);
+  line_id_empty_line_letters(g_params[set]);
 }
 
 int32_t line_id_set_param_ani(uint8_t oltid, const char* text) {
@@ -323,11 +317,18 @@ int32_t line_id_param_proc(int32_t set, line_id_inf_info* info) {
     line_id_reset_params(set);      // says so
     return LINE_ID_ERR;
   }
-  empty_line_letters(g_params[set]);
   g_line_id_param_set = static_cast<uint16_t>(set);
-  if (g_device_if.param_provider == nullptr) return LINE_ID_OK;
-  const int32_t ret = g_device_if.param_provider(PROVIDER_FRAME, line_id_param_write_inf, info);
-  if (ret != LINE_ID_OK || info == nullptr || info->pkt_info_ptr == nullptr) return ret;
+  const bool has_frame = info != nullptr && info->pkt_info_ptr != nullptr;
+  int32_t ret = LINE_ID_OK;
+  if (g_device_if.param_provider == line_id_hal_param_func && has_frame && line_id_hal_is_registered() &&
+      !line_id_traces_on()) {
+    ret = line_id_hal_fill_set(g_params[set], info);
+  } else {
+    line_id_empty_line_letters(g_params[set]);
+    if (g_device_if.param_provider == nullptr) return LINE_ID_OK;
+    ret = g_device_if.param_provider(PROVIDER_FRAME, line_id_param_write_inf, info);
+  }
+  if (ret != LINE_ID_OK || !has_frame) return ret;
   const bool has_moved = info->pkt_info_ptr->packet_type - 1 != set % 4 || line_id_info_oltid(info) != set / 4;
   if (has_moved) follow_frame(set, info);
   return ret;

@@ -180,12 +180,19 @@ constexpr void line_id_mark_letter(line_id_letter_marks& marks, char letter, uin
   marks.len[slot] = len;
   marks.others[slot] = 0;
 }
-// In a set without pinned letters. Numbers and texts, with the lengths of texts, follow.
-inline void line_id_apply_marks(line_id_param_set& letters, const line_id_letter_marks& marks) {
+// Empty the letters of a line: all but the device-wide and the pinned ones.
+inline void line_id_empty_line_letters(line_id_param_set& letters) {
   for (size_t slot = 0; slot < LINE_ID_PARAM_ROW; ++slot) {
-    letters.flag[slot] =
-        static_cast<int8_t>((letters.flag[slot] & static_cast<int8_t>(marks.others[slot])) | marks.flag[slot]);
-    letters.len[slot] = (letters.len[slot] & marks.others[slot]) | marks.len[slot];
+    letters.flag[slot] = static_cast<int8_t>(letters.flag[slot] & static_cast<int8_t>(letters.kept[slot]));
+    letters.len[slot] = letters.len[slot] & letters.kept[slot];
+  }
+}
+// The same in a set without pinned letters, and the marks of letters whose numbers and texts are about to follow.
+inline void line_id_empty_and_mark(line_id_param_set& letters, const line_id_letter_marks& marks) {
+  for (size_t slot = 0; slot < LINE_ID_PARAM_ROW; ++slot) {
+    const uint8_t kept = letters.kept[slot] & marks.others[slot];
+    letters.flag[slot] = static_cast<int8_t>((letters.flag[slot] & static_cast<int8_t>(kept)) | marks.flag[slot]);
+    letters.len[slot] = (letters.len[slot] & kept) | marks.len[slot];
   }
 }
 

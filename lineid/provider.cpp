@@ -230,18 +230,23 @@ template <uint8_t log, class Writer> int32_t write_port_letters(Writer write, li
   }
 }
 
+// What the callbacks say of a frame's line, beside what they put into its record.
+struct line_facts {
+  uint16_t olt_slot;
+  const tech_form* tech;
+};
+
 template <class Writer>
-constexpr void write_line_letters(Writer write, const line_id_inf_info* info, uint16_t olt_slot,
-                                  const tech_form* tech) {
+constexpr void write_line_letters(Writer write, const line_id_inf_info* info, const line_facts& facts) {
   const line_id_pkt_info* pkt = info->pkt_info_ptr;
   // ODD: the port's number replaces the second coordinate that was just written, "0" when nobody filled it.
   write_int(write, 'x', info->port.number[0] << 8 | info->port.number[1]);
   write_int(write, 's', pkt->svlan);
   write_int(write, 'c', pkt->cvlan);
-  write_int(write, 'S', olt_slot);
+  write_int(write, 'S', facts.olt_slot);
   write_int(write, 'T', info->onu_slot);
   write_int(write, 'M', info->onu_sub_slot);
-  write_text(write, 'F', tech != nullptr ? tech->name : NO_TEXT);
+  write_text(write, 'F', facts.tech != nullptr ? facts.tech->name : NO_TEXT);
   write_mac(write, 'h', info->client_mac);
   // ODD: the port number has a text, yet counts as not set, so that a received identifier may replace it.
   if (pkt->onu_portid != 0) write_int(write, 'P', pkt->onu_portid, PARAM_FREE);
@@ -258,42 +263,51 @@ constexpr line_id_letter_marks LINE_MARKS = [] {
   line_id_pkt_info pkt = {};
   line_id_inf_info info = {};
   info.pkt_info_ptr = &pkt;
-  write_line_letters(mark_recorder{marks}, &info, 0, nullptr);
+  write_line_letters(mark_recorder{marks}, &info, {});
   return marks;
 }();
 
-void write_all_letters(line_id_param_write_func write, const line_id_inf_info* info, uint16_t olt_slot,
-                       const tech_form* tech) {
-  write_line_letters(write, info, olt_slot, tech);
-}
-void write_all_letters(own_set own, const line_id_inf_info* info, uint16_t olt_slot, const tech_form* tech) {
-  if (own.letters.pinned != 0) return write_line_letters(own, info, olt_slot, tech);
-  line_id_apply_marks(own.letters, LINE_MARKS);
-  write_line_letters(marked_set{own.letters}, info, olt_slot, tech);
-}
-
-// Not built into its caller: the compiler would work out the place of the set anew for each letter.
-template <uint8_t log, class Writer>
-__attribute__((noinline, flatten)) int32_t write_frame_facts(Writer write, line_id_inf_info* info) {
-  uint16_t olt_slot = 0;
-  if (get_slots<log>(olt_slot, info) != LINE_ID_OK) return LINE_ID_ERR;
+template <uint8_t log> int32_t get_facts(line_facts& facts, line_id_inf_info* info) {
+  facts = {};
+  if (get_slots<log>(facts.olt_slot, info) != LINE_ID_OK) return LINE_ID_ERR;
   if (g_hal_func_obj.get_onu_reg_info_by_optional_elem != nullptr) {
     if (const int32_t ret = line_id_write_onu_register_info_param<log>(info); ret != LINE_ID_OK) {
       LINE_ID_WARN(log, "line_id_write_onu_register_info_param ,ret_val(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
       return LINE_ID_ERR;
     }
   }
-  const tech_form* tech = nullptr;
-  if (const int32_t ret = get_tech_text<log>(tech, info); ret != LINE_ID_OK) return ret;
-  if (write_port_letters<log>(write, info) != LINE_ID_OK) return LINE_ID_ERR;
-  write_all_letters(write, info, olt_slot, tech);
+  return get_tech_text<log>(facts.tech, info);
+}
+
+int32_t write_frame_facts(line_id_param_write_func write, line_id_inf_info* info) {
+  line_facts facts;
+  if (const int32_t ret = get_facts<LOG_DEVICE>(facts, info); ret != LINE_ID_OK) return ret;
+  if (write_port_letters<LOG_DEVICE>(write, info) != LINE_ID_OK) return LINE_ID_ERR;
+  write_line_letters(write, info, facts);
+  return LINE_ID_OK;
+}
+
+// Empties the set, too.
+int32_t write_own_letters(line_id_param_set& letters, line_id_inf_info* info, const line_facts& facts) {
+  const own_set own = {letters};
+  const bool is_marked = letters.pinned == 0;
+  if (is_marked) {
+    line_id_empty_and_mark(letters, LINE_MARKS);
+  } else {
+    line_id_empty_line_letters(letters);
+  }
+  if (write_port_letters<LOG_NONE>(own, info) != LINE_ID_OK) return LINE_ID_ERR;
+  if (is_marked) {
+    write_line_letters(marked_set{letters}, info, facts);
+  } else {
+    write_line_letters(own, info, facts);
+  }
   return LINE_ID_OK;
 }
 
 // The host's hook sees, and may change, the frame's facts; at start-up a zeroed record.
-int32_t call_hook(uint8_t mode, line_id_param_write_func write, line_id_inf_info* info) {
-  const line_id_param_custom_func hook = g_line_id_hal_param_custom_if.load(std::memory_order_acquire);
-  if (hook == nullptr) return LINE_ID_OK;
+__attribute__((noinline)) int32_t run_hook(line_id_param_custom_func hook, uint8_t mode, line_id_param_write_func write,
+                                           line_id_inf_info* info) {
   line_id_pkt_property property = {};
   int32_t ret = info != nullptr ? line_id_get_pkt_propety_by_inf_info(&property, info) : LINE_ID_OK;
   if (ret != LINE_ID_OK) {
@@ -315,28 +329,9 @@ int32_t call_hook(uint8_t mode, line_id_param_write_func write, line_id_inf_info
   return LINE_ID_OK;
 }
 
-// Any callback, with traces and the hook. A template for its name, which traces show.
-template <uint8_t log>
-__attribute__((noinline)) int32_t line_id_hal_param_func(uint8_t mode, line_id_param_write_func write,
-                                                         line_id_inf_info* info) {
-  const bool is_start = mode == MODE_START;
-  const bool has_frame = info != nullptr && info->pkt_info_ptr != nullptr;
-  if (!line_id_hal_is_registered() || write == nullptr || (mode == MODE_FRAME && !has_frame)) {
-    LINE_ID_WARN(log, "line_id_hal_param_func failed(%d).\r\n", LINE_ID_ERR_NULL);
-    return LINE_ID_ERR_NULL;
-  }
-  if (is_start) {
-    if (const int32_t ret = line_id_write_perm_info_param(write); ret != LINE_ID_OK) {
-      LINE_ID_WARN(log, "line_id_hal_param_func ,ret_val(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
-      return LINE_ID_ERR;
-    }
-  } else if (mode == MODE_FRAME) {
-    const bool is_own = write == line_id_param_write_inf && line_id_is_param_set(g_line_id_param_set);
-    const int32_t ret = is_own ? write_frame_facts<log>(own_set{g_params[g_line_id_param_set]}, info)
-                               : write_frame_facts<log>(write, info);
-    if (ret != LINE_ID_OK) return ret;
-  }
-  return call_hook(mode, write, is_start ? nullptr : info);
+int32_t call_hook(uint8_t mode, line_id_param_write_func write, line_id_inf_info* info) {
+  const line_id_param_custom_func hook = g_line_id_hal_param_custom_if.load(std::memory_order_acquire);
+  return hook == nullptr ? LINE_ID_OK : run_hook(hook, mode, write, info);
 }
 
 } // namespace
@@ -355,11 +350,28 @@ void line_id_take_vlan_profiles(line_id_inf_info* info) {
 }
 
 int32_t line_id_hal_param_func(uint8_t mode, line_id_param_write_func write, line_id_inf_info* info) {
-  const bool is_own = write == line_id_param_write_inf && line_id_is_param_set(g_line_id_param_set);
+  const bool is_start = mode == MODE_START;
   const bool has_frame = info != nullptr && info->pkt_info_ptr != nullptr;
-  const bool has_hook = g_line_id_hal_param_custom_if.load(std::memory_order_acquire) != nullptr;
-  if (mode != MODE_FRAME || !is_own || !has_frame || !line_id_hal_is_registered() || has_hook || line_id_traces_on()) {
-    return line_id_hal_param_func<LOG_DEVICE>(mode, write, info);
+  if (!line_id_hal_is_registered() || write == nullptr || (mode == MODE_FRAME && !has_frame)) {
+    LINE_ID_WARN(LOG_DEVICE, "line_id_hal_param_func failed(%d).\r\n", LINE_ID_ERR_NULL);
+    return LINE_ID_ERR_NULL;
   }
-  return write_frame_facts<LOG_NONE>(own_set{g_params[g_line_id_param_set]}, info); // most frames
+  if (is_start) {
+    if (const int32_t ret = line_id_write_perm_info_param(write); ret != LINE_ID_OK) {
+      LINE_ID_WARN(LOG_DEVICE, "line_id_hal_param_func ,ret_val(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
+      return LINE_ID_ERR;
+    }
+  } else if (mode == MODE_FRAME) {
+    if (const int32_t ret = write_frame_facts(write, info); ret != LINE_ID_OK) return ret;
+  }
+  return call_hook(mode, write, is_start ? nullptr : info);
+}
+
+LINE_ID_FLAT int32_t line_id_hal_fill_set(line_id_param_set& letters, line_id_inf_info* info) {
+  line_facts facts;
+  int32_t ret = get_facts<LOG_NONE>(facts, info);
+  if (ret == LINE_ID_OK) ret = write_own_letters(letters, info, facts);
+  if (ret == LINE_ID_OK) return call_hook(MODE_FRAME, line_id_param_write_inf, info);
+  line_id_empty_line_letters(letters);
+  return ret;
 }
