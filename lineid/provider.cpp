@@ -209,25 +209,23 @@ int32_t line_id_write_onu_port_info_param(line_id_inf_info* info) {
   return ret;
 }
 
-template <uint8_t log, class Writer> int32_t write_port_letters(Writer write, line_id_inf_info* info) {
+template <uint8_t log> int32_t get_port(line_id_inf_info* info) {
   if (g_hal_func_obj.get_onu_port_info_by_logic_port == nullptr) return LINE_ID_OK;
   if (const int32_t ret = line_id_write_onu_port_info_param(info); ret != 0) {
     LINE_ID_WARN(log, "line_id_write_onu_port_info_param ,ret_val(%d), failed(%d).\r\n", ret, LINE_ID_ERR);
     return LINE_ID_ERR;
   }
-  switch (info->port.port_type) {
-  case LINE_ID_PORT_ATM:
-    write_text(write, 't', ATM_TEXT);
-    write_int(write, 'X', info->port.circuit_x);
-    write_int(write, 'x', info->port.circuit_y);
-    return LINE_ID_OK;
-  case LINE_ID_PORT_ETH:
-    write_text(write, 't', ETH_TEXT);
-    write_int(write, 'X', info->pkt_info_ptr->svlan);
-    write_int(write, 'x', info->pkt_info_ptr->cvlan);
-    return LINE_ID_OK;
-  default: LINE_ID_WARN(log, "invalid port type ,failed(%d).\r\n", LINE_ID_ERR); return LINE_ID_ERR;
-  }
+  if (info->port.port_type == LINE_ID_PORT_ATM || info->port.port_type == LINE_ID_PORT_ETH) return LINE_ID_OK;
+  LINE_ID_WARN(log, "invalid port type ,failed(%d).\r\n", LINE_ID_ERR);
+  return LINE_ID_ERR;
+}
+
+template <class Writer> void write_port_letters(Writer write, const line_id_inf_info* info) {
+  if (g_hal_func_obj.get_onu_port_info_by_logic_port == nullptr) return;
+  const bool is_atm = info->port.port_type == LINE_ID_PORT_ATM;
+  write_text(write, 't', is_atm ? ATM_TEXT : ETH_TEXT);
+  write_int(write, 'X', is_atm ? info->port.circuit_x : info->pkt_info_ptr->svlan);
+  write_int(write, 'x', is_atm ? info->port.circuit_y : info->pkt_info_ptr->cvlan);
 }
 
 // What the callbacks say of a frame's line, beside what they put into its record.
@@ -276,38 +274,30 @@ template <uint8_t log> int32_t get_facts(line_facts& facts, line_id_inf_info* in
       return LINE_ID_ERR;
     }
   }
-  return get_tech_text<log>(facts.tech, info);
+  const int32_t ret = get_tech_text<log>(facts.tech, info);
+  return ret == LINE_ID_OK ? get_port<log>(info) : ret;
 }
 
-int32_t write_frame_facts(line_id_param_write_func write, line_id_inf_info* info) {
-  line_facts facts;
-  if (const int32_t ret = get_facts<LOG_DEVICE>(facts, info); ret != LINE_ID_OK) return ret;
-  if (write_port_letters<LOG_DEVICE>(write, info) != LINE_ID_OK) return LINE_ID_ERR;
+template <class Writer> void write_letters(Writer write, const line_id_inf_info* info, const line_facts& facts) {
+  write_port_letters(write, info);
   write_line_letters(write, info, facts);
-  return LINE_ID_OK;
 }
 
-// Empties the set, too.
-int32_t write_own_letters(line_id_param_set& letters, line_id_inf_info* info, const line_facts& facts) {
+// Into a set that is emptied for it.
+void write_letters_anew(line_id_param_set& letters, const line_id_inf_info* info, const line_facts& facts) {
   const own_set own = {letters};
-  const bool is_marked = letters.pinned == 0;
-  if (is_marked) {
-    line_id_empty_and_mark(letters, LINE_MARKS);
-  } else {
+  if (letters.pinned != 0) {
     line_id_empty_line_letters(letters);
+    return write_letters(own, info, facts);
   }
-  if (write_port_letters<LOG_NONE>(own, info) != LINE_ID_OK) return LINE_ID_ERR;
-  if (is_marked) {
-    write_line_letters(marked_set{letters}, info, facts);
-  } else {
-    write_line_letters(own, info, facts);
-  }
-  return LINE_ID_OK;
+  line_id_empty_and_mark(letters, LINE_MARKS);
+  write_port_letters(own, info);
+  write_line_letters(marked_set{letters}, info, facts);
 }
 
 // The host's hook sees, and may change, the frame's facts; at start-up a zeroed record.
-__attribute__((noinline)) int32_t run_hook(line_id_param_custom_func hook, uint8_t mode, line_id_param_write_func write,
-                                           line_id_inf_info* info) {
+__attribute__((noinline)) int32_t call_hook(line_id_param_custom_func hook, uint8_t mode,
+                                            line_id_param_write_func write, line_id_inf_info* info) {
   line_id_pkt_property property = {};
   int32_t ret = info != nullptr ? line_id_get_pkt_propety_by_inf_info(&property, info) : LINE_ID_OK;
   if (ret != LINE_ID_OK) {
@@ -327,11 +317,6 @@ __attribute__((noinline)) int32_t run_hook(line_id_param_custom_func hook, uint8
   }
   line_id_take_vlan_profiles(info);
   return LINE_ID_OK;
-}
-
-int32_t call_hook(uint8_t mode, line_id_param_write_func write, line_id_inf_info* info) {
-  const line_id_param_custom_func hook = g_line_id_hal_param_custom_if.load(std::memory_order_acquire);
-  return hook == nullptr ? LINE_ID_OK : run_hook(hook, mode, write, info);
 }
 
 } // namespace
@@ -362,16 +347,25 @@ int32_t line_id_hal_param_func(uint8_t mode, line_id_param_write_func write, lin
       return LINE_ID_ERR;
     }
   } else if (mode == MODE_FRAME) {
-    if (const int32_t ret = write_frame_facts(write, info); ret != LINE_ID_OK) return ret;
+    line_facts facts;
+    if (const int32_t ret = get_facts<LOG_DEVICE>(facts, info); ret != LINE_ID_OK) return ret;
+    if (write == line_id_param_write_inf && line_id_is_param_set(g_line_id_param_set)) {
+      write_letters(own_set{g_params[g_line_id_param_set]}, info, facts);
+    } else {
+      write_letters(write, info, facts);
+    }
   }
-  return call_hook(mode, write, is_start ? nullptr : info);
+  const line_id_param_custom_func hook = g_line_id_hal_param_custom_if.load(std::memory_order_acquire);
+  return hook == nullptr ? LINE_ID_OK : call_hook(hook, mode, write, is_start ? nullptr : info);
 }
 
 LINE_ID_FLAT int32_t line_id_hal_fill_set(line_id_param_set& letters, line_id_inf_info* info) {
   line_facts facts;
-  int32_t ret = get_facts<LOG_NONE>(facts, info);
-  if (ret == LINE_ID_OK) ret = write_own_letters(letters, info, facts);
-  if (ret == LINE_ID_OK) return call_hook(MODE_FRAME, line_id_param_write_inf, info);
-  line_id_empty_line_letters(letters);
-  return ret;
+  if (const int32_t ret = get_facts<LOG_NONE>(facts, info); ret != LINE_ID_OK) {
+    line_id_empty_line_letters(letters);
+    return ret;
+  }
+  write_letters_anew(letters, info, facts);
+  const line_id_param_custom_func hook = g_line_id_hal_param_custom_if.load(std::memory_order_acquire);
+  return hook == nullptr ? LINE_ID_OK : call_hook(hook, MODE_FRAME, line_id_param_write_inf, info);
 }
