@@ -6,11 +6,12 @@
 
 line_id_hal_func_table g_hal_func_obj;
 std::atomic<line_id_param_custom_func> g_line_id_hal_param_custom_if{nullptr};
-bool g_line_id_hal_registered = false;
 
 namespace {
 
 constexpr uint8_t DEVICE_KINDS = 5;
+
+bool g_hal_registered = false;
 
 struct hal_slot_rule {
   const char* name;
@@ -43,6 +44,8 @@ constexpr hal_slot_rule SLOT_RULES[] = {
 
 line_id_hal_func_table* lineid_get_hal_func_ptr() { return &g_hal_func_obj; }
 
+bool line_id_hal_is_registered() { return g_hal_registered; }
+
 int32_t line_id_check_hal_func_table_content(uint8_t device_kind, const line_id_hal_func_table* table) {
   if (table == nullptr) return LINE_ID_ERR_NULL;
   if (device_kind >= DEVICE_KINDS) return LINE_ID_ERR;
@@ -64,7 +67,8 @@ int32_t line_id_reg_hal_func(uint8_t device_kind, const line_id_hal_func_table* 
     return ret;
   }
   g_hal_func_obj = *table;
-  g_line_id_hal_registered = true;
+  g_hal_registered = true;
+  g_line_id_set_filler = {line_id_hal_param_func, line_id_hal_fill_set};
   const line_id_device_if operations = {table->send_eth_frame, table->set_drv_enable, table->mac_spoof_alarm,
                                         line_id_hal_param_func, table->log_output};
   return line_id_register_common_device_func(0, &operations);

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "core/records.h"
+#include "lineid/params.h"
 
 #include <atomic>
 
@@ -16,8 +17,7 @@ extern std::atomic<line_id_param_custom_func> g_line_id_hal_param_custom_if;
 line_id_hal_func_table* lineid_get_hal_func_ptr();
 
 // Whether a table has been registered; the provider refuses to work without one.
-extern bool g_line_id_hal_registered;
-inline bool line_id_hal_is_registered() { return g_line_id_hal_registered; }
+bool line_id_hal_is_registered();
 
 // 0; -9 null, -1 a device kind above 4, or the code of the first missing slot.
 int32_t line_id_check_hal_func_table_content(uint8_t device_kind, const line_id_hal_func_table* table);
@@ -28,7 +28,6 @@ int32_t line_id_hal_param_func(uint8_t mode, line_id_param_write_func write, lin
 
 // Mode 2 for the parameter table's own callback, and without traces: empty a set and write the facts of a frame's line
 // into it, then the hook. For a registered table and a frame; 0, -14 or -1 as above.
-struct line_id_param_set;
 int32_t line_id_hal_fill_set(line_id_param_set& letters, line_id_inf_info* info);
 
 // Take a frame's VLAN profiles from its reserved octets: numbers above 64 count as none, DHCPv6 has none.

@@ -9,9 +9,9 @@
 
 #include "core/device_if.h"
 #include "core/log.h"
-#include "lineid/hal.h"
 
 line_id_param_set g_params[LINE_ID_PARAM_SETS];
+line_id_set_filler g_line_id_set_filler;
 uint16_t g_line_id_param_set;
 
 namespace {
@@ -320,9 +320,9 @@ int32_t line_id_param_proc(int32_t set, line_id_inf_info* info) {
   g_line_id_param_set = static_cast<uint16_t>(set);
   const bool has_frame = info != nullptr && info->pkt_info_ptr != nullptr;
   int32_t ret = LINE_ID_OK;
-  if (g_device_if.param_provider == line_id_hal_param_func && has_frame && line_id_hal_is_registered() &&
-      !line_id_traces_on()) {
-    ret = line_id_hal_fill_set(g_params[set], info);
+  const line_id_set_filler& filler = g_line_id_set_filler;
+  if (filler.fill != nullptr && filler.provider == g_device_if.param_provider && has_frame && !line_id_traces_on()) {
+    ret = filler.fill(g_params[set], info);
   } else {
     line_id_empty_line_letters(g_params[set]);
     if (g_device_if.param_provider == nullptr) return LINE_ID_OK;

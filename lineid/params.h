@@ -7,6 +7,7 @@
 // The worker, and start-up before the worker runs. There is no lock.
 #pragma once
 
+#include "core/device_if.h"
 #include "core/records.h"
 #include "packet/frame.h"
 
@@ -44,6 +45,14 @@ extern line_id_param_set g_params[LINE_ID_PARAM_SETS];
 
 // Room for the text of any number or MAC address.
 constexpr uint32_t LINE_ID_SHORT_TEXT_SIZE = 16;
+
+// A provider that can also empty a set and fill it with a frame's letters straight away, without traces: registered
+// with that provider, before frames flow. Its result is the provider's.
+struct line_id_set_filler {
+  line_id_param_provider provider;
+  int32_t (*fill)(line_id_param_set& letters, line_id_inf_info* info); // or null
+};
+extern line_id_set_filler g_line_id_set_filler;
 
 // The set that the provider's write callback fills; 36 means all.
 extern uint16_t g_line_id_param_set;
