@@ -12,6 +12,7 @@
 
 #include <cstring>
 #include <string>
+#include <string_view>
 
 class lineid_test : public testing::Test {
 protected:
@@ -38,6 +39,13 @@ protected:
   template <size_t N> static void put(char (&field)[N], const std::string& text) {
     std::memset(field, 0, N);
     std::memcpy(field, text.data(), text.size() < N ? text.size() : N);
+  }
+
+  // The texts of several letters, between bars.
+  static std::string texts(int32_t set, std::string_view letters) {
+    std::string all = "|";
+    for (const char letter : letters) all.append(line_id_get_param_text(set, letter)).append("|");
+    return all;
   }
 
   // What `work` prints with all general traces on.
