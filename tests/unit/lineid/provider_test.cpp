@@ -1,128 +1,72 @@
 // HAL registration and the parameter provider: letters, failures, the host's hook.
+#include "tests/support/agent.h"
 #include "tests/unit/lineid/lineid_test.h"
 
-#include <functional>
 #include <tuple>
 
 namespace {
 
-// What the callbacks answer, and what they saw.
-struct host_facts {
-  uint16_t olt_slot = 3;
-  uint16_t onu_slot = 1;
-  uint16_t onu_sub_slot = 2;
-  uint8_t form = LINE_ID_FORM_GP;
-  line_id_onu_port_info port = {LINE_ID_PORT_ETH, 11, 12, {0x12, 0x34}};
-  int failing = -1; // slot whose callback fails
-  line_id_onu_reg_info asked = {};
-  uint16_t form_asked_onu = 0;
-};
-host_facts g_host;
+using hal_table = line_id_hal_func_table;
 
-int answer(int slot) { return g_host.failing == slot ? -77 : 0; }
+// What the callbacks were asked.
+line_id_onu_reg_info g_asked;
+uint16_t g_form_asked_onu;
 
-int access_name(char* buf, uint32_t size) {
-  std::memset(buf, 'A', size); // leaves no terminator
-  return answer(4);
-}
-int card_name(char* buf, uint32_t) {
-  std::strcpy(buf, "CARD");
-  return answer(5);
-}
-int olt_slot(uint16_t* slot) {
-  *slot = g_host.olt_slot;
-  return answer(6);
-}
-int onu_slot(uint16_t* slot, uint16_t* sub_slot) {
-  *slot = g_host.onu_slot;
-  *sub_slot = g_host.onu_sub_slot;
-  return answer(7);
-}
-int tech_form(uint16_t, uint16_t onu_authno, uint8_t* form) {
-  g_host.form_asked_onu = onu_authno;
-  *form = g_host.form;
-  return answer(8);
-}
 int onu_reg(line_id_onu_reg_info* reg) {
-  g_host.asked = *reg;
-  reg->onu_auth = 43;
-  reg->onu_rpc_ponno = 6;
-  reg->onu_losn_valid_or_invalid = 1;
-  reg->onu_type_id = 9;
-  std::strcpy(reg->onu_id, "ONU43");
-  std::strcpy(reg->onu_text_n, "N1");
+  g_asked = *reg;
+  const uint16_t pon = reg->onu_ponno;
+  *reg = g_agent.onu;
+  reg->onu_ponno = pon;
   std::memset(reg->onu_text_c, 'C', sizeof(reg->onu_text_c)); // leaves no terminator
-  return answer(9);
-}
-int onu_port(uint16_t, line_id_onu_port_info* port) {
-  *port = g_host.port;
-  return answer(10);
+  return g_agent.facts_result;
 }
 
-line_id_hal_func_table full_table() {
-  line_id_hal_func_table table = {};
-  table.set_drv_enable = [](uint8_t, uint8_t, uint8_t) { return 21; };
-  table.send_eth_frame = [](uint8_t, uint8_t, uint16_t, const uint8_t*, uint32_t) { return 22; };
-  table.mac_spoof_alarm = [](const line_id_alarm*) { return 23; };
-  table.log_output = [](const char*, int32_t, const char*) { return 24; };
-  table.get_access_typename = access_name;
-  table.get_card_typename = card_name;
-  table.get_olt_card_slot_info = olt_slot;
-  table.get_onu_card_slot_info = onu_slot;
-  table.get_access_device_tech_form = tech_form;
-  table.get_onu_reg_info_by_optional_elem = onu_reg;
-  table.get_onu_port_info_by_logic_port = onu_port;
-  return table;
-}
-
+// The answers of the test agent, but for a corrected ONU number and texts without terminators.
 class hal_test : public lineid_test {
 protected:
   void SetUp() override {
     lineid_test::SetUp();
-    g_host = {};
-    const line_id_hal_func_table table = full_table();
-    ASSERT_EQ(line_id_reg_hal_func(1, &table), 0);
+    agent_reset_record();
+    g_agent.onu.onu_auth = 43;
+    g_agent.onu.onu_rpc_ponno = 6;
+    g_agent.port.number[0] = 0x12;
+    g_agent.hal.get_onu_reg_info_by_optional_elem = onu_reg;
+    g_agent.hal.get_access_typename = [](char* buf, uint32_t size) {
+      std::memset(buf, 'A', size);
+      return 0;
+    };
+    g_agent.hal.get_access_device_tech_form = [](uint16_t, uint16_t onu, uint8_t* form) {
+      g_form_asked_onu = onu;
+      *form = g_agent.form;
+      return 0;
+    };
+    ASSERT_EQ(line_id_reg_hal_func(1, &g_agent.hal), 0);
     pkt.svlan = 100;
     pkt.cvlan = 200;
     pkt.onu_ponno = 5;
     pkt.onu_authno = 42;
     pkt.onu_portid = 7;
     pkt.onu_gemid = 1001;
-    std::memcpy(info.client_mac, "\x00\x00\x5e\x00\x53\x01", 6);
+    std::memcpy(info.client_mac, SUBSCRIBER_MAC.at, 6);
   }
-
-  static std::string text(char letter, int32_t set = 0) { return line_id_get_param_text(set, letter); }
 };
 
 TEST_F(hal_test, each_device_kind_needs_its_slots) {
-  using cut = std::function<void(line_id_hal_func_table&)>;
   const struct {
-    const char* slot;
-    cut empty;
-    int32_t code;
-    const char* kinds; // that need it
-  } rows[] = {
-      {"set_drv_enable", [](auto& t) { t.set_drv_enable = nullptr; }, -128, "1234"},
-      {"send_eth_frame", [](auto& t) { t.send_eth_frame = nullptr; }, -129, "1234"},
-      {"alarm", [](auto& t) { t.mac_spoof_alarm = nullptr; }, 0, ""},
-      {"log", [](auto& t) { t.log_output = nullptr; }, 0, ""},
-      {"get_access_typename", [](auto& t) { t.get_access_typename = nullptr; }, -130, "1"},
-      {"get_card_typename", [](auto& t) { t.get_card_typename = nullptr; }, -131, "1"},
-      {"get_olt_card_slot_info", [](auto& t) { t.get_olt_card_slot_info = nullptr; }, -132, "1"},
-      {"get_onu_card_slot_info", [](auto& t) { t.get_onu_card_slot_info = nullptr; }, 0, ""},
-      {"tech form", [](auto& t) { t.get_access_device_tech_form = nullptr; }, -134, "1234"},
-      {"onu reg", [](auto& t) { t.get_onu_reg_info_by_optional_elem = nullptr; }, -135, "1234"},
-      {"onu port", [](auto& t) { t.get_onu_port_info_by_logic_port = nullptr; }, -15, "4"},
-  };
-  for (const auto& row : rows) {
+    int32_t code;      // when the slot is empty
+    std::string kinds; // that need it
+  } rows[] = {{-128, "1234"}, {-129, "1234"}, {0, ""},        {0, ""},        {-130, "1"}, {-131, "1"},
+              {-132, "1"},    {0, ""},        {-134, "1234"}, {-135, "1234"}, {-15, "4"}}; // in the order of the table
+  static_assert(sizeof(g_agent.hal) == std::size(rows) * sizeof(void*));
+  for (size_t slot = 0; slot < std::size(rows); ++slot) {
     for (uint8_t kind = 0; kind <= 4; ++kind) {
-      line_id_hal_func_table table = full_table();
-      row.empty(table);
-      const bool needed = std::string(row.kinds).find(static_cast<char>('0' + kind)) != std::string::npos;
-      EXPECT_EQ(line_id_reg_hal_func(kind, &table), needed ? row.code : 0) << row.slot << " kind " << int{kind};
+      hal_table table = g_agent.hal;
+      std::memset(reinterpret_cast<uint8_t*>(&table) + slot * sizeof(void*), 0, sizeof(void*));
+      const bool needed = rows[slot].kinds.find(static_cast<char>('0' + kind)) != std::string::npos;
+      EXPECT_EQ(line_id_reg_hal_func(kind, &table), needed ? rows[slot].code : 0) << slot << " kind " << int{kind};
     }
   }
-  const line_id_hal_func_table nothing = {};
+  const hal_table nothing = {};
   EXPECT_EQ(line_id_reg_hal_func(0, &nothing), 0);
   EXPECT_EQ(line_id_reg_hal_func(4, &nothing), -128) << "the first missing slot counts";
   EXPECT_EQ(line_id_reg_hal_func(5, &nothing), -1);
@@ -130,62 +74,61 @@ TEST_F(hal_test, each_device_kind_needs_its_slots) {
 }
 
 TEST_F(hal_test, registration_builds_the_device_interface) {
-  EXPECT_EQ(g_device_if.trap_rule(0, 1, 1), 21);
-  EXPECT_EQ(g_device_if.send_eth_frame(0, 1, 1, nullptr, 0), 22);
-  EXPECT_EQ(g_device_if.mac_spoof_alarm(nullptr), 23);
-  EXPECT_EQ(g_device_if.log_output("", 0, ""), 24);
+  EXPECT_EQ(g_device_if.trap_rule, g_agent.hal.set_drv_enable);
+  EXPECT_EQ(g_device_if.send_eth_frame, g_agent.hal.send_eth_frame);
+  EXPECT_EQ(g_device_if.mac_spoof_alarm, g_agent.hal.mac_spoof_alarm);
+  EXPECT_EQ(g_device_if.log_output, g_agent.hal.log_output);
   EXPECT_EQ(g_device_if.param_provider, &line_id_hal_param_func);
-  EXPECT_EQ(lineid_get_hal_func_ptr()->get_olt_card_slot_info, &olt_slot);
+  EXPECT_EQ(lineid_get_hal_func_ptr()->get_olt_card_slot_info, g_agent.hal.get_olt_card_slot_info);
+}
+
+using spoiler = void (*)(hal_table&); // of the registered table
+
+// A callback that answers, and fails all the same.
+template <auto Slot> void fails(hal_table& hal) {
+  hal.*Slot = [](auto... arguments) {
+    (g_agent.hal.*Slot)(arguments...);
+    return -77;
+  };
 }
 
 TEST_F(hal_test, start_up_writes_the_device_names_into_all_sets) {
   ASSERT_EQ(line_id_set_init_param(), 0);
-  for (const int32_t set : {0, 17, 35}) {
-    EXPECT_EQ(text('B', set), std::string(50, 'A'));
-    EXPECT_EQ(text('L', set), "CARD");
-    EXPECT_EQ(text('S', set), "3");
+  for (const int32_t set : {0, 17, 35}) EXPECT_EQ(texts(set, "BLS"), "|" + std::string(50, 'A') + "|CARD|3|") << set;
+  for (const spoiler spoil : {fails<&hal_table::get_access_typename>, fails<&hal_table::get_card_typename>,
+                              fails<&hal_table::get_olt_card_slot_info>}) {
+    *lineid_get_hal_func_ptr() = g_agent.hal;
+    spoil(*lineid_get_hal_func_ptr());
+    EXPECT_EQ(line_id_set_init_param(), -1);
   }
-  for (const int slot : {4, 5, 6}) {
-    g_host.failing = slot;
-    EXPECT_EQ(line_id_set_init_param(), -1) << slot;
-  }
-  g_host = {};
-  g_host.olt_slot = 0;
+  *lineid_get_hal_func_ptr() = g_agent.hal;
+  g_agent.olt_slot = 0;
   EXPECT_EQ(line_id_set_init_param(), 0) << "a slot of 0 fails frames only";
-  const line_id_hal_func_table nothing = {};
-  ASSERT_EQ(line_id_reg_hal_func(0, &nothing), 0);
+  *lineid_get_hal_func_ptr() = {};
   EXPECT_EQ(line_id_set_init_param(), 0);
-  EXPECT_EQ(text('B'), "");
+  EXPECT_EQ(texts(0, "B"), "||");
 }
 
 TEST_F(hal_test, a_frame_gets_the_letters_of_its_line) {
   std::strcpy(info.onu.onu_id, "before");
   ASSERT_EQ(line_id_param_proc(0, &info), 0);
-  const struct {
-    char letter;
-    const char* text;
-    int flag;
-  } rows[] = {{'s', "100", 1},   {'c', "200", 1},  {'S', "3", 1},    {'T', "1", 1},
-              {'M', "2", 1},     {'F', "GP", 1},   {'P', "7", 0},    {'o', "43", 1},
-              {'p', "6", 1},     {'g', "1001", 1}, {'n', "N1", 1},   {'t', "eth", 1},
-              {'m', "ONU43", 1}, {'X', "100", 1},  {'x', "4660", 1}, {'h', "00005e005301", 1}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(text(row.letter), row.text) << row.letter;
-    EXPECT_EQ(g_params[0].flag[row.letter - 'A'], row.flag) << row.letter;
+  EXPECT_EQ(texts(0, "scSTMFPopgnmtXxhC"),
+            "|100|200|3|1|2|GP|7|43|6|1001|N1|ONU42|eth|100|4615|00005e005301|" + std::string(50, 'C') + "|");
+  EXPECT_EQ(texts(1, "s"), "||");
+  for (const char letter : std::string("scSTMFPopgnmtXxhC")) {
+    EXPECT_EQ(g_params[0].flag[letter - 'A'], letter == 'P' ? 0 : 1) << letter;
   }
-  EXPECT_EQ(text('C'), std::string(50, 'C'));
-  EXPECT_EQ(text('s', 1), "");
-  EXPECT_EQ(g_host.asked.onu_auth, 42);
-  EXPECT_EQ(g_host.asked.onu_ponno, 5);
-  EXPECT_STREQ(g_host.asked.onu_id, "before");
-  EXPECT_EQ(g_host.form_asked_onu, 43) << "the corrected number";
+  EXPECT_EQ(g_asked.onu_auth, 42);
+  EXPECT_EQ(g_asked.onu_ponno, 5);
+  EXPECT_STREQ(g_asked.onu_id, "before");
+  EXPECT_EQ(g_form_asked_onu, 43) << "the corrected number";
   EXPECT_EQ(pkt.onu_authno, 43);
   EXPECT_EQ(info.onu.onu_type_id, 9);
   EXPECT_EQ(info.onu.onu_losn_valid_or_invalid, 1);
   EXPECT_EQ(info.olt_slot, 3);
   pkt.onu_portid = 0;
   ASSERT_EQ(line_id_param_proc(0, &info), 0);
-  EXPECT_EQ(text('P'), "");
+  EXPECT_EQ(texts(0, "P"), "||");
 }
 
 auto fields(const line_id_onu_reg_info& reg) {
@@ -196,28 +139,26 @@ auto fields(const line_id_onu_reg_info& reg) {
 
 TEST_F(hal_test, a_registration_is_asked_for_anew_and_a_refused_one_leaves_nothing) {
   ASSERT_EQ(line_id_param_proc(0, &info), 0);
-  g_host.failing = 9;
+  g_agent.facts_result = -77;
   ASSERT_EQ(line_id_param_proc(0, &info), -1);
   line_id_onu_reg_info question = {};
   question.onu_auth = 43; // as the first answer corrected it
   question.onu_ponno = 5;
-  std::strcpy(question.onu_id, "ONU43");
-  EXPECT_EQ(fields(g_host.asked), fields(question)) << "no more of the first answer than these";
+  std::strcpy(question.onu_id, "ONU42");
+  EXPECT_EQ(fields(g_asked), fields(question)) << "no more of the first answer than these";
   EXPECT_EQ(fields(info.onu), fields({})) << "the callback writes before it refuses";
 }
 
 TEST_F(hal_test, an_atm_port_has_circuit_numbers_and_absent_slots_give_zeros) {
-  g_host.port = {LINE_ID_PORT_ATM, 11, 12, {0, 0}};
+  g_agent.port = {LINE_ID_PORT_ATM, 11, 12, {0, 0}};
   ASSERT_EQ(line_id_param_proc(0, &info), 0);
-  EXPECT_EQ(text('t') + text('X') + text('x'), "atm110") << "the number replaces the second circuit number";
+  EXPECT_EQ(texts(0, "tXx"), "|atm|11|0|") << "the number replaces the second circuit number";
 
-  const line_id_hal_func_table nothing = {};
-  ASSERT_EQ(line_id_reg_hal_func(0, &nothing), 0);
+  *lineid_get_hal_func_ptr() = {};
   line_id_inf_info fresh = {};
   fresh.pkt_info_ptr = &pkt;
   ASSERT_EQ(line_id_param_proc(0, &fresh), 0);
-  EXPECT_EQ(text('S') + text('T') + text('M') + text('x') + text('p'), "00000");
-  EXPECT_EQ(text('F') + text('t') + text('X') + text('m'), "");
+  EXPECT_EQ(texts(0, "STMxpFtXm"), "|0|0|0|0|0|||||");
 }
 
 TEST_F(hal_test, technology_forms) {
@@ -226,14 +167,14 @@ TEST_F(hal_test, technology_forms) {
     int32_t result;
     const char* text;
     uint8_t kept;
-  } rows[] = {{1, 0, "GP", 1},  {2, 0, "EP", 99}, {3, 0, "XE", 99}, {4, 0, "XG", 4},   {5, -14, "", 99},
-              {6, 0, "XGS", 6}, {7, 0, "", 99},   {0, -14, "", 99}, {255, -14, "", 99}};
+  } rows[] = {{1, 0, "|GP|", 1},  {2, 0, "|EP|", 99}, {3, 0, "|XE|", 99}, {4, 0, "|XG|", 4},   {5, -14, "||", 99},
+              {6, 0, "|XGS|", 6}, {7, 0, "||", 99},   {0, -14, "||", 99}, {255, -14, "||", 99}};
   for (const auto& row : rows) {
     SCOPED_TRACE(int{row.form});
-    g_host.form = row.form;
+    g_agent.form = row.form;
     info.form = 99;
     EXPECT_EQ(line_id_param_proc(0, &info), row.result);
-    EXPECT_EQ(text('F'), row.text);
+    EXPECT_EQ(texts(0, "F"), row.text);
     EXPECT_EQ(info.form, row.kept);
   }
 }
@@ -241,23 +182,32 @@ TEST_F(hal_test, technology_forms) {
 TEST_F(hal_test, a_missing_fact_fails_the_frame) {
   const struct {
     const char* name;
-    std::function<void()> spoil;
+    uint16_t onu; // the frame's ONU number then: 43 once the registration has corrected it
+    spoiler spoil;
   } rows[] = {
-      {"olt slot 0", [] { g_host.olt_slot = 0; }},        {"olt slot", [] { g_host.failing = 6; }},
-      {"onu slot 0", [] { g_host.onu_slot = 0; }},        {"sub-slot 0", [] { g_host.onu_sub_slot = 0; }},
-      {"onu slot", [] { g_host.failing = 7; }},           {"tech form", [] { g_host.failing = 8; }},
-      {"registration", [] { g_host.failing = 9; }},       {"port", [] { g_host.failing = 10; }},
-      {"port type 0", [] { g_host.port.port_type = 0; }}, {"port type 3", [] { g_host.port.port_type = 3; }},
+      {"olt slot 0", 42, [](auto&) { g_agent.olt_slot = 0; }},
+      {"olt slot", 42, fails<&hal_table::get_olt_card_slot_info>},
+      {"onu slot 0", 42, [](auto&) { g_agent.onu_slot = 0; }},
+      {"sub-slot 0", 42, [](auto&) { g_agent.onu_sub_slot = 0; }},
+      {"onu slot", 42, fails<&hal_table::get_onu_card_slot_info>},
+      {"registration", 42, fails<&hal_table::get_onu_reg_info_by_optional_elem>},
+      {"tech form", 43, fails<&hal_table::get_access_device_tech_form>},
+      {"port", 43, fails<&hal_table::get_onu_port_info_by_logic_port>},
+      {"port type 0", 43, [](auto&) { g_agent.port.port_type = 0; }},
+      {"port type 3", 43, [](auto&) { g_agent.port.port_type = 3; }},
   };
+  const test_agent answers = g_agent;
   for (const auto& row : rows) {
-    g_host = {};
-    row.spoil();
+    SCOPED_TRACE(row.name);
+    g_agent = answers;
+    *lineid_get_hal_func_ptr() = g_agent.hal;
+    row.spoil(*lineid_get_hal_func_ptr());
     info.onu = {};
     pkt.onu_authno = 42;
     line_id_write_param(0, 'm', "former frame", 1);
-    EXPECT_EQ(line_id_param_proc(0, &info), -1) << row.name;
-    EXPECT_EQ(text('m'), "") << row.name;
-    EXPECT_EQ(pkt.onu_authno, g_host.failing == 9 || row.name[0] == 'o' || row.name[0] == 's' ? 42 : 43) << row.name;
+    EXPECT_EQ(line_id_param_proc(0, &info), -1);
+    EXPECT_EQ(texts(0, "m"), "||");
+    EXPECT_EQ(pkt.onu_authno, row.onu);
   }
   EXPECT_EQ(line_id_hal_param_func(2, line_id_param_write_inf, nullptr), -9);
   EXPECT_EQ(line_id_hal_param_func(2, nullptr, &info), -9);
@@ -285,7 +235,7 @@ TEST_F(hal_test, the_hook_sees_a_zero_record_at_start) {
   EXPECT_EQ(g_hook_mode, 1);
   const line_id_pkt_property zero = {};
   EXPECT_EQ(std::memcmp(&g_hook_saw, &zero, sizeof(zero)), 0);
-  EXPECT_EQ(text('Y', 35), "hook");
+  EXPECT_EQ(texts(35, "Y"), "|hook|");
   g_hook_result = 1;
   EXPECT_EQ(line_id_set_init_param(), -1);
   EXPECT_EQ(line_id_param_proc(0, &info), -1);
@@ -295,11 +245,8 @@ TEST_F(hal_test, what_the_hook_writes_back_holds_within_bounds) {
   g_hook_result = 0;
   line_id_reg_param_custom_if(test_hook);
   const struct {
-    uint8_t packet_type;
-    uint8_t cid;
-    uint8_t rid;
-    uint8_t cid_taken;
-    uint8_t rid_taken;
+    uint8_t packet_type, cid, rid;
+    uint8_t cid_taken, rid_taken;
   } rows[] = {{LINE_ID_DHCPV4, 64, 1, 64, 1}, {LINE_ID_PPPOE, 65, 255, 0, 0}, {LINE_ID_DHCPV6, 5, 6, 0, 0}};
   for (const auto& row : rows) {
     pkt.packet_type = row.packet_type;
@@ -319,14 +266,14 @@ TEST_F(hal_test, what_the_hook_writes_back_holds_within_bounds) {
     EXPECT_EQ(pkt.vlan_count, 2);
     EXPECT_EQ(info.cid, row.cid_taken);
     EXPECT_EQ(info.rid, row.rid_taken);
-    EXPECT_EQ(text('Y', set), "hook");
+    EXPECT_EQ(texts(set, "Y"), "|hook|");
   }
   g_hook_writes.reserved[LINE_ID_EXT_OLTID] = 255;
   EXPECT_EQ(line_id_param_proc(1, &info), 0);
   line_id_reg_param_custom_if(nullptr);
   pkt.reserved[LINE_ID_EXT_OLTID] = 0;
   ASSERT_EQ(line_id_param_proc(1, &info), 0);
-  EXPECT_EQ(text('Y', 1), "");
+  EXPECT_EQ(texts(1, "Y"), "||");
 }
 
 } // namespace
