@@ -38,9 +38,7 @@ struct protocol_case {
   receive_func receive;
   octets (*frame)();
   uint8_t line_id_common_cfg::*enable;
-  uint8_t kind;
-  uint8_t packet_type;
-  uint8_t vlan_count;
+  uint8_t kind, packet_type, vlan_count;
   uint32_t up_drop_counter; // upstream DHCPv6 and PPPoE drops are counted crosswise
 };
 const protocol_case PROTOCOLS[] = {
@@ -144,8 +142,7 @@ TEST_F(ingress_test, queued_frames_carry_their_facts) {
     line_id_buf_pool_free(next, &g_line_id_pkt_sem);
 
     const octets frame = row.frame();
-    const line_id_append_info line = line_of();
-    ASSERT_EQ(hand_in(row.receive, frame, 1, line), 0);
+    ASSERT_EQ(hand_in(row.receive, frame, 1, line_of()), 0);
     octets message;
     ASSERT_TRUE(receive_message(message));
     uint16_t kind = 0;
@@ -159,16 +156,10 @@ TEST_F(ingress_test, queued_frames_carry_their_facts) {
     EXPECT_EQ(octets(next->data, next->data + next->length), frame);
     const line_id_pkt_info& info = *next->pkt_info_ptr;
     EXPECT_EQ(uint32_t{info.src_port}, 0x1000BU);
-    EXPECT_EQ(uint16_t{info.svlan}, 0x0102);
-    EXPECT_EQ(uint16_t{info.cvlan}, 0x0304);
-    EXPECT_EQ(uint16_t{info.onu_ponno}, 5);
-    EXPECT_EQ(uint16_t{info.onu_portid}, 6);
-    EXPECT_EQ(uint16_t{info.onu_gemid}, 7);
-    EXPECT_EQ(uint16_t{info.onu_authno}, 8);
-    EXPECT_EQ(info.vlan_count, row.vlan_count);
+    EXPECT_EQ((std::vector<int>{info.svlan, info.cvlan, info.onu_ponno, info.onu_portid, info.onu_gemid,
+                                info.onu_authno, info.vlan_count, info.packet_type, info.direct}),
+              (std::vector<int>{0x0102, 0x0304, 5, 6, 7, 8, row.vlan_count, row.packet_type, 1}));
     EXPECT_EQ(octets(info.onu_mac, info.onu_mac + 6), (octets{1, 2, 3, 4, 5, 6}));
-    EXPECT_EQ(info.packet_type, row.packet_type);
-    EXPECT_EQ(info.direct, 1);
     EXPECT_NEAR(uint32_t{info.recv_time}, pal_tickget(), 100);
     const octets all = {0xE0, 0xE1, 0xE2, 0, 0xE4, 0xE5, 0xE6, 0xE7, 0xE8, 0x55};
     const octets two = {0x55, 0x55, 0x55, 0, 0x55, 0x55, 0xE6, 0x55, 0x55, 0x55};
