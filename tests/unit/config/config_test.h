@@ -1,10 +1,12 @@
-// A clean store, and a device that records the trap rules and log lines it is given.
+// A clean store and parameter table, and a device that records the trap rules and log lines it is given.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "config/policy.h"
@@ -46,6 +48,21 @@ protected:
   static void set_traces(uint8_t level, uint32_t bits) {
     g_line_id_dbg_level = level;
     g_line_id_debug_bits = bits;
+  }
+
+  // What `work` prints.
+  template <typename W> static std::string printed(W work) {
+    testing::internal::CaptureStdout();
+    work();
+    std::fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+  }
+
+  // The texts of several letters of a set, between bars.
+  static std::string texts(int32_t set, std::string_view letters) {
+    std::string all = "|";
+    for (const char letter : letters) all.append(line_id_get_param_text(set, letter)).append("|");
+    return all;
   }
 
   using trap_list = std::vector<std::vector<int>>; // {oltid, protocol, enable}

@@ -1,31 +1,18 @@
 // A clean table and store, and one frame's line information.
 #pragma once
 
-#include "config/policy.h"
-#include "config/store.h"
-#include "core/device_if.h"
-#include "core/log.h"
 #include "lineid/hal.h"
-#include "lineid/params.h"
+#include "tests/unit/config/config_test.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <string>
-#include <string_view>
-
-class lineid_test : public testing::Test {
+class lineid_test : public ConfigTest {
 protected:
   void SetUp() override {
-    for (line_id_common_cfg& cfg : g_line_id_common_cfg) cfg = {};
-    line_id_set_def_std_fmt_type_cfg(0);
+    ConfigTest::SetUp();
     line_id_reg_param_custom_if(nullptr);
     g_device_if = {};
-    ASSERT_EQ(line_id_init_params(), 0);
     info.pkt_info_ptr = &pkt;
     pkt.packet_type = LINE_ID_DHCPV4;
   }
-  void TearDown() override { g_device_if = {}; }
 
   // Letters of a whole line, as the provider and the operator's settings would leave them.
   static void fill(int32_t set) {
@@ -41,22 +28,12 @@ protected:
     std::memcpy(field, text.data(), text.size() < N ? text.size() : N);
   }
 
-  // The texts of several letters, between bars.
-  static std::string texts(int32_t set, std::string_view letters) {
-    std::string all = "|";
-    for (const char letter : letters) all.append(line_id_get_param_text(set, letter)).append("|");
-    return all;
-  }
-
   // What `work` prints with all general traces on.
   template <typename W> static std::string traced(W work) {
-    line_id_dbg_level_set(2);
-    line_id_dbg_type_enable(LOG_GENERAL);
-    testing::internal::CaptureStdout();
-    work();
-    line_id_dbg_level_set(0);
-    line_id_dbg_type_disable(LOG_GENERAL);
-    return testing::internal::GetCapturedStdout();
+    set_traces(2, 1U << LOG_GENERAL);
+    const std::string text = printed(work);
+    set_traces(0, 0);
+    return text;
   }
 
   line_id_pkt_info pkt = {};

@@ -41,12 +41,7 @@ protected:
   void SetUp() override {
     packet_test::SetUp();
     g_hook_calls = 0;
-    g_line_id_ptl_reg_func = {};
     ASSERT_EQ(line_id_reg_custom_pkt_proc_if(watching_hook), 0);
-  }
-  void TearDown() override {
-    g_line_id_ptl_reg_func = {};
-    packet_test::TearDown();
   }
 
   // A unit as the worker finds it.

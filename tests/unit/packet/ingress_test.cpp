@@ -77,17 +77,13 @@ TEST_F(ingress_test, refusals_in_order) {
 
 TEST_F(ingress_test, only_dhcp_says_at_level_0_that_data_is_missing) {
   line_id_set_data_init_done_cfg(0);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(hand_in(line_id_dhcp_receive, discover(), 1, line_of()), -42);
-  const std::string dhcp = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(dhcp.find("[LNID_ERR]line_id_dhcp_receive_if("), 0U) << dhcp;
-  EXPECT_NE(dhcp.find("): lineid data is not initialized.!\r\n\r\n"), std::string::npos) << dhcp;
-  EXPECT_EQ(g_recorded_logs, std::vector<std::string>{"lineid data is not initialized.!\r\n"});
+  const std::string dhcp = printed([] { EXPECT_EQ(hand_in(line_id_dhcp_receive, discover(), 1, line_of()), -42); });
+  EXPECT_TRUE(dhcp.starts_with("[LNID_ERR]line_id_dhcp_receive_if(")) << dhcp;
+  EXPECT_TRUE(dhcp.ends_with("): lineid data is not initialized.!\r\n\r\n")) << dhcp;
+  EXPECT_EQ(log_lines, std::vector<std::string>{"lineid data is not initialized.!\r\n"});
 
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(hand_in(line_id_pppoe_receive, padi(), 1, line_of()), -42);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-  EXPECT_EQ(g_recorded_logs.size(), 1U);
+  EXPECT_EQ(printed([] { EXPECT_EQ(hand_in(line_id_pppoe_receive, padi(), 1, line_of()), -42); }), "");
+  EXPECT_EQ(log_lines.size(), 1U);
 }
 
 TEST_F(ingress_test, invalid_headers) {
@@ -124,12 +120,15 @@ TEST_F(ingress_test, passes_through_unchanged_without_a_unit) {
 }
 
 TEST_F(ingress_test, transparent_mode_comes_before_the_header_check_and_spares_dhcpv6) {
-  g_line_id_common_cfg[0].option82_transparent = 1;
-  g_line_id_common_cfg[0].pppoe_plus_transparent = 1;
   const octets broken = octets(20, 0);
+  g_line_id_common_cfg[0].option82_transparent = 1;
   EXPECT_EQ(hand_in(line_id_dhcp_receive, broken, 2, line_of()), 0);
+  EXPECT_EQ(hand_in(line_id_pppoe_receive, broken, 2, line_of()), -44) << "the switch is DHCP's";
+  g_line_id_common_cfg[0].option82_transparent = 0;
+  g_line_id_common_cfg[0].pppoe_plus_transparent = 1;
   EXPECT_EQ(hand_in(line_id_pppoe_receive, broken, 2, line_of()), 0);
   EXPECT_EQ(g_recorded_sends, (std::vector<recorded_send>{{0, 2, 11, broken}, {0, 2, 11, broken}}));
+  g_line_id_common_cfg[0].option82_transparent = 1;
   EXPECT_EQ(hand_in(line_id_dhcp_receive, solicit(), 1, line_of()), 0);
   EXPECT_EQ(line_id_buf_pool_reclaim(), 1U);
 }
@@ -208,19 +207,16 @@ TEST_F(ingress_test, a_full_queue_gives_the_unit_back) {
 }
 
 TEST_F(ingress_test, traces_show_the_frame_and_no_more) {
-  line_id_dbg_level_set(2);
-  g_line_id_debug_bits = 1U << LOG_PPPOE;
+  set_traces(2, 1U << LOG_PPPOE);
   line_id_unit* unit = line_id_buf_pool_alloc(&g_line_id_pkt_sem);
   std::memset(unit->data, 0xDB, sizeof(unit->data)); // another subscriber's
   line_id_buf_pool_free(unit, &g_line_id_pkt_sem);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(hand_in(line_id_pppoe_receive, padi(), 1, line_of()), 0);
-  const std::string printed = testing::internal::GetCapturedStdout();
-  EXPECT_NE(printed.find("(svlan,cvlan,onu_authno,onu_gemid,onu_ponno,onu_portid)=(258,772,8,7,5,6).\r\n"),
-            std::string::npos);
-  EXPECT_NE(printed.find("received packet len = 24\r\n"), std::string::npos);
-  EXPECT_NE(printed.find("ff ff ff ff ff ff 00 00 5e 00 53 01 88 63 11 09 00 \n00 00 04 01 01 00 00 "),
-            std::string::npos);
-  EXPECT_EQ(printed.find("db"), std::string::npos);
+  const std::string text = printed([] { EXPECT_EQ(hand_in(line_id_pppoe_receive, padi(), 1, line_of()), 0); });
+  for (const char* part :
+       {"(svlan,cvlan,onu_authno,onu_gemid,onu_ponno,onu_portid)=(258,772,8,7,5,6).\r\n",
+        "received packet len = 24\r\n", "ff ff ff ff ff ff 00 00 5e 00 53 01 88 63 11 09 00 \n00 00 04 01 01 00 00 "}) {
+    EXPECT_NE(text.find(part), std::string::npos) << part << "in: " << text;
+  }
+  EXPECT_EQ(text.find("db"), std::string::npos) << text;
   line_id_buf_pool_reclaim();
 }

@@ -2,16 +2,10 @@
 #pragma once
 
 #include "config/channel.h"
-#include "config/policy.h"
-#include "config/statistics.h"
-#include "config/store.h"
-#include "core/device_if.h"
 #include "core/init_flag.h"
-#include "core/log.h"
 #include "packet/pool.h"
 #include "tests/support/frames.h"
-
-#include <gtest/gtest.h>
+#include "tests/unit/config/config_test.h"
 
 #include <map>
 #include <string>
@@ -24,37 +18,24 @@ struct recorded_send {
   bool operator==(const recorded_send&) const = default;
 };
 inline std::vector<recorded_send> g_recorded_sends;
-inline std::vector<std::string> g_recorded_logs;
 inline int g_send_answer = 0;
 
 inline int record_send(uint8_t oltid, uint8_t direct, uint16_t port, const uint8_t* frame, uint32_t len) {
   g_recorded_sends.push_back({oltid, direct, port, octets(frame, frame + len)});
   return g_send_answer;
 }
-inline int record_log(const char* line, int32_t, const char*) {
-  g_recorded_logs.emplace_back(line);
-  return 0;
-}
-
-class packet_test : public testing::Test {
+class packet_test : public ConfigTest {
 protected:
   static constexpr uint32_t UNITS = 4;
 
   void SetUp() override {
+    ConfigTest::SetUp();
     g_recorded_sends.clear();
-    g_recorded_logs.clear();
     g_send_answer = 0;
-    g_device_if = {};
     g_device_if.send_eth_frame = record_send;
-    g_device_if.log_output = record_log;
-    for (line_id_common_cfg& cfg : g_line_id_common_cfg) cfg = {};
     g_line_id_common_cfg[0].option82_enable = 1;
     g_line_id_common_cfg[0].option18_enable = 1;
     g_line_id_common_cfg[0].pppoe_plus_enable = 1;
-    for (uint8_t& policy : g_policy_cfg_table) policy = 0;
-    line_id_reset_statistics_cfg();
-    line_id_dbg_level_set(0);
-    g_line_id_debug_bits = 0;
     line_id_set_data_init_done_cfg(1);
     ASSERT_EQ(pal_sem_create(&g_line_id_pkt_sem, 2), 0);
     ASSERT_EQ(line_id_buf_pool_init(UNITS), 0);
@@ -71,8 +52,8 @@ protected:
     pal_msgQ_id id = g_line_id_msg_id;
     pal_msgQ_close(&id);
     g_line_id_msg_id = id;
-    g_device_if = {};
     line_id_set_data_init_done_cfg(0);
+    ConfigTest::TearDown();
   }
 
   static bool receive_message(octets& message) {
