@@ -29,14 +29,9 @@ TEST_F(BlockTest, SetStoresAllAndReachesTheParameters) {
   EXPECT_EQ(line_id_get_pppoe_plus_enable_cfg(8), 1);
   EXPECT_EQ(line_id_get_rack_no_cfg(8), -2);
   EXPECT_EQ(trap_rules, (trap_list{{8, 1, 1}, {8, 2, 1}, {8, 3, 1}}));
-  const struct {
-    char letter;
-    std::string text;
-  } rows[] = {{'a', std::string(50, 'a')}, {'r', "-2"}, {'f', "3"}, {'O', "10.0.1.2"}, {'u', std::string(32, 'u')},
-              {'H', std::string(50, 'h')}};
-  for (const auto& row : rows) {
-    for (int set : {32, 35}) EXPECT_EQ(line_id_get_param_text(set, row.letter), row.text) << row.letter;
-  }
+  const std::string letters =
+      "|" + std::string(50, 'a') + "|-2|3|10.0.1.2|" + std::string(32, 'u') + "|" + std::string(50, 'h') + "|";
+  for (const int set : {32, 35}) EXPECT_EQ(texts(set, "arfOuH"), letters) << set;
 }
 
 TEST_F(BlockTest, GetLeavesTheHostNameAndTheOtherBits) {

@@ -16,14 +16,17 @@ protected:
   line_id_ex_cfg_table table = {};
 };
 
+// Where an entry stands, counted without the format list.
+size_t octet_of(size_t entry) { return entry < 17 ? entry : entry + sizeof(void*); }
+
 // A table's entries as text: registrations, enables and traces, then what lies behind the format list.
 std::string entries(const line_id_ex_cfg_table& table) {
   uint8_t octets[sizeof(table)];
   std::memcpy(octets, &table, sizeof(table));
   std::string text;
-  for (size_t i = 0; i < sizeof(table); ++i) {
-    if (i == 5 || i == 17) text += ' ';
-    if (i < 17 || i >= 17 + sizeof(void*)) text += static_cast<char>('0' + octets[i]);
+  for (size_t entry = 0; octet_of(entry) < sizeof(table); ++entry) {
+    if (entry == 5 || entry == 17) text += ' ';
+    text += static_cast<char>('0' + octets[octet_of(entry)]);
   }
   return text;
 }
@@ -107,54 +110,23 @@ TEST_F(ProfileTest, ApplyingATableSetsEverything) {
 }
 
 TEST_F(ProfileTest, EachStepHasItsCode) {
-  const struct {
-    uint8_t line_id_ex_cfg_table::*entry;
-    int policy_code; // of the policy stage, or 0
-    int enable_code;
-    const char* logged;
-  } rows[] = {
-      {&line_id_ex_cfg_table::dhcp_reg, -63, 0, "line_id_set_dhcp_reg_cfg failed(-63).\r\n"},
-      {&line_id_ex_cfg_table::dhcpv6_reg, -64, 0, "line_id_set_dhcpv6_reg_cfg failed(-64).\r\n"},
-      {&line_id_ex_cfg_table::pppoe_reg, -65, 0, nullptr},
-      {&line_id_ex_cfg_table::dhcp_spoof_reg, -66, 0, nullptr},
-      {&line_id_ex_cfg_table::pppoe_spoof_reg, -67, 0, nullptr},
-      {&line_id_ex_cfg_table::def_std_fmt_type, -68, 0, nullptr},
-      {&line_id_ex_cfg_table::dhcp_circuitid_up_policy, -69, 0, nullptr},
-      {&line_id_ex_cfg_table::dhcp_remoteid_up_policy, -70, 0, nullptr},
-      {&line_id_ex_cfg_table::pppoe_circuitid_up_policy, -71, 0, nullptr},
-      {&line_id_ex_cfg_table::pppoe_remoteid_up_policy, -72, 0, nullptr},
-      {&line_id_ex_cfg_table::dhcp_tag_dn_strip, -73, 0, nullptr},
-      {&line_id_ex_cfg_table::pppoe_tag_dn_strip, -74, 0, nullptr},
-      {&line_id_ex_cfg_table::dhcpv6_tag_dn_strip, -75, 0, nullptr},
-      {&line_id_ex_cfg_table::pkt_exception_policy, -76, 0, nullptr},
-      {&line_id_ex_cfg_table::cross_process_shared_mem, -77, 0, nullptr},
-      {&line_id_ex_cfg_table::option82_enable, 0, -46, "line_id_set_option82_cfg failed(-46).\r\n"},
-      {&line_id_ex_cfg_table::option18_enable, 0, -48, nullptr},
-      {&line_id_ex_cfg_table::option37_enable, 0, -49, nullptr},
-      {&line_id_ex_cfg_table::pppoe_plus_enable, 0, -50, nullptr},
-      {&line_id_ex_cfg_table::circuitid_enable, 0, -51, nullptr},
-      {&line_id_ex_cfg_table::remoteid_enable, 0, -52, nullptr},
-      {&line_id_ex_cfg_table::dhcpv4_debug, 0, -53, nullptr},
-      {&line_id_ex_cfg_table::dhcpv6_debug, 0, -54, nullptr},
-      {&line_id_ex_cfg_table::pppoe_plus_debug, 0, -55, nullptr},
-      {&line_id_ex_cfg_table::pppoe_anti_spoofing_enable, 0, -56, nullptr},
-      {&line_id_ex_cfg_table::dhcp_anti_spoofing_enable, 0, -57, nullptr},
-      {&line_id_ex_cfg_table::dhcp_anti_spoofing_active, 0, -58, nullptr},
-      {&line_id_ex_cfg_table::line_id_format_type, 0, -52, "line_id_set_line_id_format_type_cfg failed(-52).\r\n"},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.policy_code << " " << row.enable_code);
+  const int codes[] = {-63, -64, -65, -66, -67, // in the order of the entries
+                       -46, -48, -49, -50, -51, -52, -53, -54, -55, -56, -57, -58,
+                       -52, -68, -69, -70, -71, -72, -73, -74, -75, -76, -77};
+  for (size_t entry = 0; entry < std::size(codes); ++entry) {
+    SCOPED_TRACE(entry);
+    const int code = codes[entry];
+    const bool is_policy = code <= -63;
     line_id_ex_cfg_table bad = table;
-    bad.*row.entry = 77;
-    log_lines.clear();
-    EXPECT_EQ(line_id_init_policy_cfg_func(&bad), row.policy_code);
-    EXPECT_EQ(line_id_init_until_cfg_func(0, &bad), row.enable_code);
-    if (row.logged != nullptr) {
-      EXPECT_EQ(log_lines.back(), row.logged);
-    }
-    EXPECT_EQ(line_id_register_common_cfg_func(0, &bad), row.policy_code != 0 ? -79 : -80);
+    reinterpret_cast<uint8_t*>(&bad)[octet_of(entry)] = 77;
+    EXPECT_EQ(line_id_init_policy_cfg_func(&bad), is_policy ? code : 0);
+    EXPECT_EQ(line_id_init_until_cfg_func(0, &bad), is_policy ? 0 : code);
+    const std::string words = entry == 17 ? "line_id_set_line_id_format_type_cfg failed(" : "_cfg failed(";
+    EXPECT_NE(log_lines.back().find(words + std::to_string(code) + ").\r\n"), std::string::npos) << log_lines.back();
+    EXPECT_EQ(line_id_register_common_cfg_func(0, &bad), is_policy ? -79 : -80);
   }
   EXPECT_EQ(line_id_init_until_cfg_func(9, &table), -46);
+  EXPECT_EQ(log_lines.back(), "line_id_set_option82_cfg failed(-46).\r\n");
   EXPECT_EQ(line_id_register_common_cfg_func(0, nullptr), -9);
   g_device_if.param_provider = [](uint8_t, line_id_param_write_func, line_id_inf_info*) { return -1; };
   EXPECT_EQ(line_id_register_common_cfg_func(0, &table), -78);
