@@ -18,6 +18,9 @@
 #include "lineid/params.h"
 #include "packet/protocol_table.h"
 
+// What rows of settings begin with.
+#define ROW(name) #name, line_id_set_##name##_cfg, line_id_get_##name##_cfg
+
 class ConfigTest : public testing::Test {
 protected:
   void SetUp() override {

@@ -12,7 +12,6 @@ struct policy_row {
   int index, lo, hi, code;
 };
 
-#define ROW(name) #name, line_id_set_##name##_cfg, line_id_get_##name##_cfg
 const policy_row POLICIES[] = {
     {ROW(dhcp_reg), 0, 1, 2, -33},
     {ROW(dhcpv6_reg), 1, 1, 2, -33},
@@ -58,14 +57,11 @@ line_id_white_list list_of(uint8_t num, uint8_t policy, uint8_t dhcp, uint8_t pp
 TEST_F(PolicyTest, WhiteListIsTakenWholeOrNotAtAll) {
   const line_id_white_list good = list_of(32, 1, 1, 0);
   EXPECT_EQ(line_id_set_trans_white_list_obj(&good), 0);
-  const struct {
-    line_id_white_list list;
-    int code;
-  } bad[] = {{list_of(1, 2, 2, 2), -32},
-             {list_of(1, 0, 2, 0), -147},
-             {list_of(1, 0, 0, 2), -147},
-             {list_of(33, 0, 0, 0), -31}};
-  for (const auto& row : bad) EXPECT_EQ(line_id_set_trans_white_list_obj(&row.list), row.code);
+  const std::pair<line_id_white_list, int> refused[] = {{list_of(1, 2, 2, 2), -32},
+                                                        {list_of(1, 0, 2, 0), -147},
+                                                        {list_of(1, 0, 0, 2), -147},
+                                                        {list_of(33, 0, 0, 0), -31}};
+  for (const auto& [list, code] : refused) EXPECT_EQ(line_id_set_trans_white_list_obj(&list), code);
   EXPECT_EQ(line_id_set_trans_white_list_obj(nullptr), -9);
 
   line_id_white_list read = {};

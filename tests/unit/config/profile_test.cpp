@@ -35,9 +35,7 @@ TEST_F(ProfileTest, EveryModeAndTechnology) {
   const struct {
     uint8_t mode;
     std::vector<uint8_t> techs;
-    const char* entries;
-    const char* remote_id;
-    const char* option37;
+    const char *entries, *remote_id, *option37;
   } rows[] = {
       {1, {0, 1, 4}, "11111 000010000000 100000111000000", "%h", "%h"},
       {1, {2, 3}, "11122 000010000000 100202111000000", "", "%m"},

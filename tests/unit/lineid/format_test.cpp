@@ -41,15 +41,12 @@ TEST_F(format_test, expansion_copies_literals_and_puts_texts_in) {
   fill(7);
   line_id_write_param(7, 'b', "", 1);
   line_id_write_param(7, 'd', "flag 0", 0);
-  const struct {
-    const char* fmt;
-    std::string text;
-  } rows[] = {
+  const std::pair<const char*, std::string> rows[] = {
       {"", ""},        {"a b", "a b"},     {"%a", "an1"},     {"%a%m!", "an1ONU42!"}, {"<%Y>", "<0>"},
       {"%b", "0"},     {"%d", "flag 0"},   {"%%a", "%%a"},    {"%_%_", "%_%_"},       {"%1%[", "%1%["},
       {"x%", "x%\0"s}, {"%a%", "an1%\0"s}, {"%%%", "%%%\0"s},
   };
-  for (const auto& row : rows) EXPECT_EQ(expand(7, row.fmt), row.text) << row.fmt;
+  for (const auto& [fmt, text] : rows) EXPECT_EQ(expand(7, fmt), text) << fmt;
   EXPECT_EQ(expand(6, "%a"), "0");
   EXPECT_EQ(expand(-1, ""), "-31");
   EXPECT_EQ(expand(36, ""), "-31");
@@ -62,9 +59,7 @@ TEST_F(format_test, expansion_stops_at_248_octets) {
   const std::string fifty(50, 'v');
   line_id_write_param(0, 'm', fifty.c_str(), 1);
   const auto lit = [](size_t n) { return std::string(n, '.'); };
-  const struct {
-    std::string fmt, text;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {lit(300), lit(248)},
       {lit(198) + "%m", lit(198) + fifty},
       {lit(198) + "%m%Y", lit(198) + fifty},
@@ -77,47 +72,35 @@ TEST_F(format_test, expansion_stops_at_248_octets) {
       {lit(247) + "%", lit(247)},
       {"%m%m%m%m%m%Y", fifty + fifty + fifty + fifty},
   };
-  for (const auto& row : rows) EXPECT_EQ(expand(0, row.fmt), row.text) << row.fmt;
+  for (const auto& [fmt, text] : rows) EXPECT_EQ(expand(0, fmt), text) << fmt;
   char exact[248];
   EXPECT_EQ(line_id_expand_template(0, lit(300), exact), 248);
 }
 
 TEST_F(format_test, numbers_are_written_anywhere_in_a_text) {
-  const struct {
-    int32_t number;
-    const char* text;
-  } rows[] = {{0, "0"},
-              {9, "9"},
-              {10, "10"},
-              {987, "987"},
-              {1000, "1000"},
-              {9090, "9090"},
-              {65535, "65535"},
-              {999999, "999999"},
-              {1000000, "1000000"},
-              {-7, "-7"},
-              {INT32_MIN, "-2147483648"}};
-  for (const auto& row : rows) {
+  for (const int32_t number : {0, 9, 10, 99, 100, 987, 1000, 9090, 10000, 65535, 999999, 1000000, -7, INT32_MIN}) {
     for (const size_t in_front : {0, 16, 17, 182, 183, 200}) {
-      line_id_put_number(g_params[5], 's', row.number);
+      line_id_put_number(g_params[5], 's', number);
       const std::string literal(in_front, '.');
-      EXPECT_EQ(expand(5, literal + "%s/%s"), literal + row.text + "/" + row.text) << in_front;
+      const std::string digits = std::to_string(number);
+      EXPECT_EQ(expand(5, literal + "%s/%s"), literal + digits + "/" + digits) << in_front;
     }
   }
 }
 
 TEST_F(format_test, a_template_that_changes_in_place_expands_anew) {
-  const struct {
-    const char* fmt; // all of one length
-    const char* text;
-  } rows[] = {{"a-b-c", "a-b-c"}, {"%b-%b", "text-text"}, {"a-%b-", "a-text-"}, {"%%b-c", "%%b-c"}};
+  const std::pair<const char*, const char*> rows[] = {// templates of one length
+                                                      {"a-b-c", "a-b-c"},
+                                                      {"%b-%b", "text-text"},
+                                                      {"a-%b-", "a-text-"},
+                                                      {"%%b-c", "%%b-c"}};
   line_id_write_param(7, 'b', "text", 1);
   char out[256] = {};
   std::string fmt(5, ' ');
-  for (const auto& row : rows) {
-    fmt.assign(row.fmt);
-    ASSERT_EQ(line_id_expand_template(7, fmt, out), static_cast<int32_t>(std::strlen(row.text)));
-    EXPECT_STREQ(out, row.text); // nothing is left behind it
+  for (const auto& [changed, text] : rows) {
+    fmt.assign(changed);
+    ASSERT_EQ(line_id_expand_template(7, fmt, out), static_cast<int32_t>(std::strlen(text)));
+    EXPECT_STREQ(out, text); // nothing is left behind it
   }
 }
 

@@ -81,12 +81,10 @@ TEST(check_vlan, rows) {
 
 TEST(check_vlan, cut_words_are_no_tags) {
   const octets whole = after_macs({0x8100, 100, 0x8100, 200, 0x86DD});
-  const struct {
-    size_t len;
-    facts expected;
-  } rows[] = {{0, {0, 4096, 4096, 1}}, {13, {0, 4096, 4096, 1}}, {14, {1, 4096, 4096, 1}}, {16, {1, 4096, 100, 1}},
-              {17, {1, 4096, 100, 1}}, {18, {2, 100, 4096, 1}},  {21, {2, 100, 4096, 1}},  {22, {2, 100, 1757, 2}}};
-  for (const auto& row : rows) EXPECT_EQ(vlan_facts(whole, row.len), row.expected) << row.len;
+  const std::pair<size_t, facts> rows[] = {{0, {0, 4096, 4096, 1}}, {13, {0, 4096, 4096, 1}}, {14, {1, 4096, 4096, 1}},
+                                           {16, {1, 4096, 100, 1}}, {17, {1, 4096, 100, 1}},  {18, {2, 100, 4096, 1}},
+                                           {21, {2, 100, 4096, 1}}, {22, {2, 100, 1757, 2}}};
+  for (const auto& [len, expected] : rows) EXPECT_EQ(vlan_facts(whole, len), expected) << len;
 }
 
 TEST(check_time, only_the_same_and_the_next_tick_fail) {

@@ -64,8 +64,7 @@ protected:
 TEST_F(egress_test, result_policy_and_direction_decide) {
   struct {
     int8_t result;
-    uint8_t policy;
-    uint8_t direct;
+    uint8_t policy, direct;
     int sent_direct; // 0: nothing is sent
     const octets& frame;
     counted counters; // of DHCPv4
@@ -140,8 +139,7 @@ TEST_F(egress_test, worker_entries_fill_the_record_for_the_agent) {
     uint8_t packet_type;
     size_t len;
     octets client_mac;
-    uint8_t flag;
-    uint8_t cid;
+    uint8_t flag, cid;
   } const rows[] = {
       {line_id_dhcp4_pkt_proc, 1, 12, {7, 8, 9, 10, 11, 12}, 1, 64},
       {line_id_dhcp6_pkt_proc, 2, 14, {7, 8, 9, 10, 11, 12}, 0, 0},
