@@ -92,12 +92,11 @@ TEST_F(BlockTest, FormatModeTakesAnyTypeAndTheWholeTemplate) {
 TEST_F(BlockTest, NoBlockOrNoInstance) {
   line_id_circuit_id_config config = enabled(7, 1);
   line_id_circuit_id_format_mode mode = {};
-  for (int oltid : {0, 9, 255}) {
-    const uint8_t id = static_cast<uint8_t>(oltid);
-    EXPECT_EQ(line_id_set_circuit_id_config_cfg(id, oltid == 0 ? nullptr : &config), -147);
-    EXPECT_EQ(line_id_get_circuit_id_config_cfg(id, oltid == 0 ? nullptr : &config), -9);
-    EXPECT_EQ(line_id_set_circuit_id_format_mode_cfg(id, oltid == 0 ? nullptr : &mode), -147);
-    EXPECT_EQ(line_id_get_circuit_id_format_mode_cfg(id, oltid == 0 ? nullptr : &mode), -9);
+  for (const uint8_t id : {uint8_t{0}, uint8_t{9}, uint8_t{255}}) {
+    EXPECT_EQ(line_id_set_circuit_id_config_cfg(id, id == 0 ? nullptr : &config), -147);
+    EXPECT_EQ(line_id_get_circuit_id_config_cfg(id, id == 0 ? nullptr : &config), -9);
+    EXPECT_EQ(line_id_set_circuit_id_format_mode_cfg(id, id == 0 ? nullptr : &mode), -147);
+    EXPECT_EQ(line_id_get_circuit_id_format_mode_cfg(id, id == 0 ? nullptr : &mode), -9);
   }
   EXPECT_EQ(trap_rules, trap_list{});
 }

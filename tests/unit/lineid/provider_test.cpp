@@ -118,14 +118,12 @@ TEST_F(hal_test, a_frame_gets_the_letters_of_its_line) {
   for (const char letter : std::string("scSTMFPopgnmtXxhC")) {
     EXPECT_EQ(g_params[0].flag[letter - 'A'], letter == 'P' ? 0 : 1) << letter;
   }
-  EXPECT_EQ(g_asked.onu_auth, 42);
-  EXPECT_EQ(g_asked.onu_ponno, 5);
+  EXPECT_EQ((std::vector<int>{g_asked.onu_auth, g_asked.onu_ponno}), (std::vector<int>{42, 5}));
   EXPECT_STREQ(g_asked.onu_id, "before");
   EXPECT_EQ(g_form_asked_onu, 43) << "the corrected number";
   EXPECT_EQ(pkt.onu_authno, 43);
-  EXPECT_EQ(info.onu.onu_type_id, 9);
-  EXPECT_EQ(info.onu.onu_losn_valid_or_invalid, 1);
-  EXPECT_EQ(info.olt_slot, 3);
+  EXPECT_EQ((std::vector<int>{info.onu.onu_type_id, info.onu.onu_losn_valid_or_invalid, info.olt_slot}),
+            (std::vector<int>{9, 1, 3}));
   pkt.onu_portid = 0;
   ASSERT_EQ(line_id_param_proc(0, &info), 0);
   EXPECT_EQ(texts(0, "P"), "||");
@@ -245,8 +243,7 @@ TEST_F(hal_test, what_the_hook_writes_back_holds_within_bounds) {
   g_hook_result = 0;
   line_id_reg_param_custom_if(test_hook);
   const struct {
-    uint8_t packet_type, cid, rid;
-    uint8_t cid_taken, rid_taken;
+    uint8_t packet_type, cid, rid, cid_taken, rid_taken;
   } rows[] = {{LINE_ID_DHCPV4, 64, 1, 64, 1}, {LINE_ID_PPPOE, 65, 255, 0, 0}, {LINE_ID_DHCPV6, 5, 6, 0, 0}};
   for (const auto& row : rows) {
     pkt.packet_type = row.packet_type;
@@ -260,12 +257,9 @@ TEST_F(hal_test, what_the_hook_writes_back_holds_within_bounds) {
     const int32_t set = row.packet_type - 1;
     ASSERT_EQ(line_id_param_proc(set, &info), 0);
     EXPECT_EQ(g_hook_mode, 2);
-    EXPECT_EQ(g_hook_saw.olt_slot, 3);
-    EXPECT_EQ(g_hook_saw.onu_type_id, 9);
-    EXPECT_EQ(pkt.svlan, 7);
-    EXPECT_EQ(pkt.vlan_count, 2);
-    EXPECT_EQ(info.cid, row.cid_taken);
-    EXPECT_EQ(info.rid, row.rid_taken);
+    EXPECT_EQ((std::vector<int>{g_hook_saw.olt_slot, g_hook_saw.onu_type_id}), (std::vector<int>{3, 9}));
+    EXPECT_EQ((std::vector<int>{pkt.svlan, pkt.vlan_count}), (std::vector<int>{7, 2}));
+    EXPECT_EQ((octets{info.cid, info.rid}), (octets{row.cid_taken, row.rid_taken})) << int{row.packet_type};
     EXPECT_EQ(texts(set, "Y"), "|hook|");
   }
   g_hook_writes.reserved[LINE_ID_EXT_OLTID] = 255;

@@ -139,11 +139,11 @@ TEST_F(egress_test, worker_entries_fill_the_record_for_the_agent) {
     uint8_t packet_type;
     size_t len;
     octets client_mac;
-    uint8_t flag, cid;
+    octets profiles; // flag, Circuit-ID's, Remote-ID's: 65 is none
   } const rows[] = {
-      {line_id_dhcp4_pkt_proc, 1, 12, {7, 8, 9, 10, 11, 12}, 1, 64},
-      {line_id_dhcp6_pkt_proc, 2, 14, {7, 8, 9, 10, 11, 12}, 0, 0},
-      {line_id_pppoe_pkt_proc, 3, 11, {0, 0, 0, 0, 0, 0}, 1, 64}, // no whole source MAC: none, and nobody else's
+      {line_id_dhcp4_pkt_proc, 1, 12, {7, 8, 9, 10, 11, 12}, {1, 64, 0}},
+      {line_id_dhcp6_pkt_proc, 2, 14, {7, 8, 9, 10, 11, 12}, {0, 0, 0}},
+      {line_id_pppoe_pkt_proc, 3, 11, {0, 0, 0, 0, 0, 0}, {1, 64, 0}}, // no whole source MAC: none, and nobody else's
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(int{row.packet_type});
@@ -158,9 +158,7 @@ TEST_F(egress_test, worker_entries_fill_the_record_for_the_agent) {
     EXPECT_EQ(g_seen_info.origin_pkt_ptr, unit->data);
     EXPECT_EQ(g_seen_info.origin_pkt_len, row.len);
     EXPECT_EQ(octets(g_seen_info.client_mac, g_seen_info.client_mac + 6), row.client_mac);
-    EXPECT_EQ(g_seen_info.profile_flag, row.flag);
-    EXPECT_EQ(g_seen_info.cid, row.cid);
-    EXPECT_EQ(g_seen_info.rid, 0); // 65 is no profile
+    EXPECT_EQ((octets{g_seen_info.profile_flag, g_seen_info.cid, g_seen_info.rid}), row.profiles);
     EXPECT_EQ(g_seen_scratch, octets(1536, 0));
     EXPECT_EQ(g_recorded_sends, (std::vector<recorded_send>{{0, 1, 0, {0xAA, 0xAA}}}));
     EXPECT_EQ(line_id_buf_pool_free_count(), units);
