@@ -189,14 +189,12 @@ TEST(check_pppoe, rows) {
   const struct {
     octets header;
     int32_t up, down;
-  } rows[] = {
-      {{0x11, PADI, 0, 0, 0, 0}, 0, -87},         {{0x11, PADR, 0, 0, 0, 0}, 0, -87},
-      {{0x11, PADT, 0, 0, 0, 0}, 0, -87},         {{0x11, PADO, 0, 0, 0, 0}, -87, 0},
-      {{0x11, PADS, 0, 0, 0, 0}, -87, 0},         {{0x12, PADI, 0, 0, 0, 0}, -86, -86},
-      {{0x11, PADI, 0, 0, 0, 2, 0, 0}, 0, -87},   {{0x11, PADI, 0, 0, 0, 1, 0, 0}, 0, -87},
-      {{0x11, PADI, 0, 0, 0, 3, 0, 0}, -88, -87}, {{0x11, PADI, 0, 0, 0xFF, 0xFF}, -88, -87},
-      {{0x11, PADI, 0, 0, 0}, -88, -88},          {{}, -88, -88},
-  };
+  } rows[] = {{{0x11, PADI, 0, 0, 0, 0}, 0, -87},         {{0x11, PADR, 0, 0, 0, 0}, 0, -87},
+              {{0x11, PADT, 0, 0, 0, 0}, 0, -87},         {{0x11, PADO, 0, 0, 0, 0}, -87, 0},
+              {{0x11, PADS, 0, 0, 0, 0}, -87, 0},         {{0x12, PADI, 0, 0, 0, 0}, -86, -86},
+              {{0x11, PADI, 0, 0, 0, 2, 0, 0}, 0, -87},   {{0x11, PADI, 0, 0, 0, 1, 0, 0}, 0, -87},
+              {{0x11, PADI, 0, 0, 0, 3, 0, 0}, -88, -87}, {{0x11, PADI, 0, 0, 0xFF, 0xFF}, -88, -87},
+              {{0x11, PADI, 0, 0, 0}, -88, -88},          {{}, -88, -88}};
   for (const auto& row : rows) {
     const auto header = exact_copy(row.header, row.header.size());
     const auto len = static_cast<int32_t>(row.header.size());
