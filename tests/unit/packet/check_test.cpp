@@ -112,17 +112,12 @@ TEST(check_sum, vectors) {
 
 TEST(check_sum, written_into_a_header) {
   const octets ip = {0x45, 0, 0, 0x73, 0, 0, 0x40, 0, 0x40, 0x11, 0, 0, 0xC0, 0xA8, 0, 1, 0xC0, 0xA8, 0, 0xC7, 1, 2};
-  struct {
+  const octets summed = patched(ip, {{10, 0xB8}, {11, 0x61}});
+  const struct {
     uint32_t len, offset;
-    octets result;
-  } const rows[] = {
-      {20, 10, patched(ip, {{10, 0xB8}, {11, 0x61}})},
-      {20, 0x1000A, patched(ip, {{10, 0xB8}, {11, 0x61}})}, // the offset counts in 16 bits
-      {22, 10, ip},
-      {20, 20, ip},
-      {20, 19, ip}, // one octet of the field would lie outside
-      {0, 0, ip},
-  };
+    const octets& result;
+  } rows[] = {{20, 10, summed}, {20, 0x1000A, summed},                            // the offset counts in 16 bits
+              {22, 10, ip},     {20, 20, ip},          {0, 0, ip}, {20, 19, ip}}; // one octet would lie outside
   for (const auto& row : rows) {
     octets buf = ip;
     line_id_caculate_check_sum(buf.data(), row.len, row.offset);
