@@ -129,6 +129,56 @@ TEST_F(hal_test, a_frame_gets_the_letters_of_its_line) {
   EXPECT_EQ(texts(0, "P"), "||");
 }
 
+// What a callback other than the parameter table's own gets to write.
+std::string g_written;
+int note_letter(int letter, const char* text, int length, int flag) {
+  g_written += static_cast<char>(letter) + std::string(text) + (flag == 1 ? "" : "?") + "|";
+  EXPECT_EQ(length, static_cast<int>(std::strlen(text)));
+  return 0;
+}
+
+TEST_F(hal_test, letters_are_the_same_whichever_way_they_are_written) {
+  const char* letters = "scSTMFPopgnmtXxhC";
+  ASSERT_EQ(line_id_param_proc(0, &info), 0);
+  const std::string plain = texts(0, letters);
+  const auto again = [&] {
+    for (const char* letter = letters; *letter != '\0'; ++letter) line_id_write_param(0, *letter, "former frame", 1);
+    EXPECT_EQ(line_id_param_proc(0, &info), 0);
+    EXPECT_EQ(g_params[0].flag['P' - 'A'], 0);
+    return texts(0, letters);
+  };
+  line_id_dbg_type_enable(LOG_DEVICE);
+  line_id_dbg_level_set(2);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(again(), plain) << "with traces";
+  EXPECT_NE(testing::internal::GetCapturedStdout().find("onu_id after = ONU42"), std::string::npos);
+  line_id_dbg_level_set(0);
+  line_id_write_param_force(0, 'm', "pinned");
+  const std::string beside = again();
+  EXPECT_EQ(beside, std::string(plain).replace(plain.find("ONU42"), 5, "pinned"));
+  line_id_set_param_flag(0, 'm', PARAM_FREE);
+  EXPECT_EQ(again(), plain) << "released again";
+
+  g_written.clear();
+  ASSERT_EQ(line_id_hal_param_func(2, note_letter, &info), 0);
+  EXPECT_EQ(g_written, "teth|X100|x200|x4615|s100|c200|S3|T1|M2|FGP|h00005e005301|P7?|o43|p6|g1001|nN1|mONU42|C" +
+                           std::string(50, 'C') + "|");
+  g_device_if.param_provider = [](uint8_t, line_id_param_write_func write, line_id_inf_info*) {
+    return write('m', "other", 5, 1);
+  };
+  EXPECT_EQ(line_id_param_proc(0, &info), 0);
+  EXPECT_EQ(texts(0, "sm"), "||other|") << "another provider than the host's callbacks";
+}
+
+TEST_F(hal_test, texts_of_any_length_are_whole) {
+  for (const size_t len : {1, 15, 16, 17, 49, 50}) {
+    std::memset(g_agent.onu.onu_id, 0, sizeof(g_agent.onu.onu_id));
+    std::memset(g_agent.onu.onu_id, 'i', len);
+    ASSERT_EQ(line_id_param_proc(0, &info), 0);
+    EXPECT_EQ(texts(0, "m"), "|" + std::string(len, 'i') + "|");
+  }
+}
+
 auto fields(const line_id_onu_reg_info& reg) {
   return std::make_tuple(reg.onu_auth, reg.onu_ponno, std::string(reg.onu_id), reg.onu_rpc_ponno,
                          reg.onu_losn_valid_or_invalid, reg.onu_type_id, std::string(reg.onu_text_n),
@@ -203,8 +253,9 @@ TEST_F(hal_test, a_missing_fact_fails_the_frame) {
     info.onu = {};
     pkt.onu_authno = 42;
     line_id_write_param(0, 'm', "former frame", 1);
+    line_id_write_param(0, 'S', "12", 1);
     EXPECT_EQ(line_id_param_proc(0, &info), -1);
-    EXPECT_EQ(texts(0, "m"), "||");
+    EXPECT_EQ(texts(0, "mS"), "||12|") << "the device's letters stay";
     EXPECT_EQ(pkt.onu_authno, row.onu);
   }
   EXPECT_EQ(line_id_hal_param_func(2, line_id_param_write_inf, nullptr), -9);
