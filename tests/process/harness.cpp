@@ -1,43 +1,21 @@
-// The agent process, children and shared objects.
+// The agent process.
 #include "tests/process/harness.h"
 
-#include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
 
-constexpr int64_t CHILD_PATIENCE_US = 60000000;
+constexpr int64_t START_PATIENCE_US = 60000000;
 constexpr timeval ANSWER_PATIENCE = {30, 0};
-
-// Before the library reads them.
-const std::string PREFIX = "test-process-" + std::to_string(getpid());
-const bool g_is_prepared = [] {
-  setenv("LINE_ID_IPC_PREFIX", PREFIX.c_str(), 1);
-  return setenv("LINE_ID_TICK_US", "1000", 0) == 0;
-}();
-
-class unlink_objects : public testing::Environment {
-  void TearDown() override {
-    for (const auto& each : std::filesystem::directory_iterator("/dev/shm")) {
-      if (each.path().filename().string().starts_with(PREFIX + ".")) unlink(each.path().c_str());
-    }
-  }
-};
-const testing::Environment* const g_unlink_objects = testing::AddGlobalTestEnvironment(new unlink_objects);
 
 } // namespace
 
-agent_process::agent_process(bool quiet) : quiet_(quiet) {
+agent_process::agent_process(bool quiet) {
   output_ = quiet ? open("/dev/null", O_WRONLY | O_CLOEXEC) : memfd_create("output", MFD_CLOEXEC);
   start();
 }
@@ -63,7 +41,7 @@ void agent_process::start() {
   close(ends[1]);
   const octets frame = discover();
   agent_reply reply = {};
-  const int64_t end = now_us() + CHILD_PATIENCE_US;
+  const int64_t end = now_us() + START_PATIENCE_US;
   do { // refused until the worker is up
     reply = ask(OP_FEED, frame, test_line());
   } while (reply.len == 0 && !testing::Test::HasFatalFailure() && now_us() < end);
@@ -73,10 +51,9 @@ void agent_process::start() {
 }
 
 void agent_process::kill() {
-  ::kill(pid_, SIGKILL);
-  waitpid(pid_, nullptr, 0);
+  kill_child(pid_);
   close(socket_);
-  pid_ = socket_ = -1;
+  socket_ = -1;
   pid_ = 0;
 }
 
@@ -166,48 +143,9 @@ line_id_append_info test_line(uint8_t oltid) {
 
 octets discover() { return eth().dhcp4(DISCOVER).option(53, {DISCOVER}).end(); }
 
-pid_t start_child(const std::function<int()>& body) {
-  std::fflush(nullptr); // nothing is printed twice
-  const pid_t child = fork();
-  if (child == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    _exit(body());
-  }
-  return child;
-}
-
-int wait_child(pid_t child) {
-  int status = 0;
-  for (const int64_t end = now_us() + CHILD_PATIENCE_US; now_us() < end; pause_us(500)) {
-    if (waitpid(child, &status, WNOHANG) == child) {
-      return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-  }
-  ::kill(child, SIGKILL);
-  waitpid(child, nullptr, 0);
-  return -1;
-}
-
-int64_t now_us() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
-
-void pause_us(int64_t us) { std::this_thread::sleep_for(std::chrono::microseconds(us)); }
-
 uint32_t setting(const char* name, uint32_t otherwise) {
   const char* text = std::getenv(name);
   return text != nullptr ? static_cast<uint32_t>(std::strtoul(text, nullptr, 10)) : otherwise;
 }
 
 uint32_t tick_us() { return setting("LINE_ID_TICK_US", 10000); }
-
-std::string shared_path(const char* suffix) { return "/dev/shm/" + PREFIX + "." + suffix; }
-
-uint32_t shared_objects() {
-  uint32_t count = 0;
-  for (const auto& each : std::filesystem::directory_iterator("/dev/shm")) {
-    if (each.path().filename().string().starts_with(PREFIX + ".")) ++count;
-  }
-  return count;
-}

@@ -2,15 +2,14 @@
 // library and the public header alone.
 #pragma once
 
+#include "tests/process/children.h"
 #include "tests/process/protocol.h"
 #include "tests/support/frames.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <functional>
 #include <string>
-#include <sys/types.h>
 
 class agent_process {
 public:
@@ -46,7 +45,6 @@ private:
   int socket_ = -1;
   int output_ = -1;
   off_t output_read_ = 0;
-  bool quiet_;
 };
 
 // S-VLAN 100, C-VLAN 200, PON 5, ONU 42, port 7, GEM 1001, line-ID switch 1.
@@ -56,15 +54,6 @@ constexpr const char* CIRCUIT_ID = "0 0/0/0:100.200 0/0/0/3/0/5/ONU42 GP";
 
 octets discover();
 
-// A child of this program, which a lost parent takes with it; SIGKILLed when it has not ended in good time.
-pid_t start_child(const std::function<int()>& body);
-int wait_child(pid_t child); // its exit code, 128 + signal, or -1
-
-int64_t now_us();
-void pause_us(int64_t us);
 uint32_t tick_us();
 // Number in the environment, or `otherwise`.
 uint32_t setting(const char* name, uint32_t otherwise);
-// Path of a shared object of this program's agents, and how many there are.
-std::string shared_path(const char* suffix);
-uint32_t shared_objects();

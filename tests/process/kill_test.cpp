@@ -310,7 +310,7 @@ TEST_F(kills, agents_and_clients_at_random) {
   void* memory = mmap(nullptr, sizeof(results), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   ASSERT_NE(memory, MAP_FAILED);
   auto* client_results = new (memory) results{};
-  const uint32_t objects = shared_objects();
+  const size_t objects = shared_objects();
   uint32_t wedged = 0;
   for (uint32_t i = 0; i < kills_in_all && !HasFailure(); i += 2) {
     const pid_t client = start_child([&]() -> int { run_client(client_results->worked, client_results->wrong); });
@@ -321,8 +321,7 @@ TEST_F(kills, agents_and_clients_at_random) {
     while (client_results->worked == worked && now_us() < end) pause_us(200);
     EXPECT_NE(client_results->worked, worked) << "a live client works again after a restart";
     pause_us(random() % 3000);
-    ::kill(client, SIGKILL);
-    waitpid(client, nullptr, 0);
+    kill_child(client);
     expect_frames_pass();
     if (check_channel(static_cast<uint16_t>(i)) == 0) continue;
     ++wedged;
@@ -332,7 +331,7 @@ TEST_F(kills, agents_and_clients_at_random) {
   EXPECT_EQ(client_results->wrong, 0);
   EXPECT_EQ(shared_objects(), objects);
   EXPECT_EQ(agent_.room(), POOL_UNITS);
-  std::printf("%u of the dead clients held a mutex; %u shared objects before and after\n", wedged, objects);
+  std::printf("%u of the dead clients held a mutex; %zu shared objects before and after\n", wedged, objects);
   munmap(memory, sizeof(results));
 }
 

@@ -9,35 +9,9 @@
 #include "core/log.h"
 #include "packet/protocol_table.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <mutex>
 #include <set>
-#include <unistd.h>
-
-namespace {
-
-constexpr const char* PREFIX_NAME = "LINE_ID_IPC_PREFIX";
-
-// Before anything reads them. A child process keeps its parent's.
-const bool g_is_prepared = [] {
-  setenv(PREFIX_NAME, ("test-channel-" + std::to_string(getpid())).c_str(), 0);
-  setenv("LINE_ID_TICK_US", "1000", 0);
-  return true;
-}();
-
-class unlink_objects : public testing::Environment {
-  void TearDown() override {
-    const std::string prefix = "test-channel-" + std::to_string(getpid());
-    for (const auto& each : std::filesystem::directory_iterator("/dev/shm")) {
-      if (each.path().filename().string().find(prefix) != std::string::npos) unlink(each.path().c_str());
-    }
-  }
-};
-const testing::Environment* const g_unlink_objects = testing::AddGlobalTestEnvironment(new unlink_objects);
-
-} // namespace
 
 void channel_test::SetUp() {
   std::memset(&g_line_id_common_cfg, 0, sizeof(g_line_id_common_cfg));

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/pal.h"
-#include "process_helper.h"
+#include "tests/process/children.h"
 
 namespace {
 

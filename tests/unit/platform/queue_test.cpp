@@ -14,7 +14,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "process_helper.h"
+#include "tests/process/children.h"
 
 namespace {
 
@@ -194,7 +194,7 @@ TEST(queue, many_senders_lose_nothing) {
 }
 
 TEST(queue, attaching_waits_for_a_creator_at_work) {
-  const int fd = open(shared_file("q.28").c_str(), O_RDWR | O_CREAT, 0600);
+  const int fd = open(shared_path("q.28").c_str(), O_RDWR | O_CREAT, 0600);
   ASSERT_EQ(flock(fd, LOCK_EX), 0);
   const pid_t child = start_child([] { return send_number(open_queue(28), 1, 3) == 0 ? 0 : 1; });
   pause_ms(50);
@@ -259,7 +259,7 @@ TEST(queue, configuration_waits_for_a_lock_that_frames_give_up_on) {
   int wanted[2];
   ASSERT_EQ(pipe(held) + pipe(wanted), 0);
   const pid_t child = start_child([&] {
-    const int fd = open(shared_file("q.29").c_str(), O_RDWR);
+    const int fd = open(shared_path("q.29").c_str(), O_RDWR);
     void* record = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     auto* lock = reinterpret_cast<pthread_mutex_t*>(static_cast<uint8_t*>(record) + LOCK);
     char sign = 0;
@@ -282,7 +282,7 @@ TEST(queue, configuration_waits_for_a_lock_that_frames_give_up_on) {
 TEST(queue, scribbled_positions_do_no_harm) {
   constexpr size_t POSITIONS = 4 * sizeof(uint32_t);
   pal_msgQ_id id = open_queue(27);
-  const int fd = open(shared_file("q.27").c_str(), O_RDWR);
+  const int fd = open(shared_path("q.27").c_str(), O_RDWR);
   ASSERT_GE(fd, 0);
   auto* record = static_cast<uint8_t*>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
   close(fd);

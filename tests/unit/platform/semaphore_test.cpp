@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "process_helper.h"
+#include "tests/process/children.h"
 
 namespace {
 
@@ -77,21 +77,6 @@ TEST(semaphore, timed_take_lasts_its_ticks_through_signals) {
   setitimer(ITIMER_REAL, &never, nullptr);
   EXPECT_GE(took, 59);
   EXPECT_LT(took, 2000);
-}
-
-TEST(semaphore, give_wakes_a_thread_and_another_process) {
-  pal_sem there = named("there", 0);
-  pal_sem back = named("back", 0);
-  const pid_t child = start_child([&] { return pal_sem_take(&there, -1) == 0 && pal_sem_give(&back) == 0 ? 0 : 1; });
-  pause_ms(20);
-  EXPECT_EQ(pal_sem_give(&there), 0);
-  EXPECT_EQ(pal_sem_take(&back, 5000), 0);
-  EXPECT_EQ(wait_child(child), 0);
-
-  std::thread waiter([&] { EXPECT_EQ(pal_sem_take(&there, -1), 0); });
-  pause_ms(20);
-  EXPECT_EQ(pal_sem_give(&there), 0);
-  waiter.join();
 }
 
 TEST(semaphore, excludes_and_wakes_many_threads) {

@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 #include "platform/pal_settings.h"
-#include "process_helper.h"
+#include "tests/process/children.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ constexpr uint32_t AREA = 307;
 
 // An object as somebody else left it.
 void leave_object(const char* suffix, const void* content, size_t size, uid_t owner) {
-  const int fd = open(shared_file(suffix).c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
+  const int fd = open(shared_path(suffix).c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
   ASSERT_GE(fd, 0);
   ASSERT_EQ(write(fd, content, size), static_cast<ssize_t>(size));
   ASSERT_EQ(fchown(fd, owner, static_cast<gid_t>(-1)), 0);
@@ -32,7 +32,7 @@ TEST(shared_memory, is_zeroed_private_to_the_user_and_one_per_key) {
   EXPECT_EQ(pal_share_mem_init(1000, AREA), area);
   EXPECT_NE(pal_share_mem_init(2000, AREA), area);
   struct stat facts = {};
-  ASSERT_EQ(stat(shared_file("mem.1000").c_str(), &facts), 0);
+  ASSERT_EQ(stat(shared_path("mem.1000").c_str(), &facts), 0);
   EXPECT_EQ(facts.st_mode & 0777, 0600U);
   EXPECT_EQ(facts.st_size, 307);
   umask(before);
@@ -67,7 +67,7 @@ TEST(shared_memory, a_record_half_made_is_finished_and_a_foreign_one_refused) {
 
 TEST(service_claim, belongs_to_one_process_until_it_dies) {
   EXPECT_EQ(pal_service_is_claimed(), 0);
-  EXPECT_NE(access(shared_file("claim").c_str(), F_OK), 0) << "asking created the object";
+  EXPECT_NE(access(shared_path("claim").c_str(), F_OK), 0) << "asking created the object";
 
   pal_sem claimed = {};
   ASSERT_NE(pal_sem_open(&claimed, 1, "claimed", 0), nullptr);
@@ -95,29 +95,33 @@ TEST(service_claim, belongs_to_one_process_until_it_dies) {
   EXPECT_EQ(wait_child(start_child([] { return pal_service_claim() == 0 ? 0 : 1; })), 0);
 }
 
-// Run by the next test, in a process of its own: "<tick length> <name>".
-TEST(settings, DISABLED_are) {
-  const std::string found = std::to_string(pal_tick_us()) + " " + pal_object_name("x").data();
-  const char* expected = std::getenv("EXPECTED");
-  _exit(expected != nullptr && found == expected ? 0 : 1);
+const std::string LONGEST(64, 'p');
+const struct {
+  std::string prefix, tick, found; // "<tick length> <name of x>"
+} SETTINGS[] = {
+    {"Olt-1.a_b", "100", "100 /Olt-1.a_b.x"}, {LONGEST, "1000000", "1000000 /" + LONGEST + ".x"},
+    {LONGEST + "p", "99", "10000 /lineid.x"}, {"", "", "10000 /lineid.x"},
+    {"a/b", "1000001", "10000 /lineid.x"},    {"a b", "5000x", "10000 /lineid.x"},
+    {"\xc3\xa9", "-1000", "10000 /lineid.x"},
+};
+
+// Run by the next test, in a program of its own: settings are read once.
+TEST(settings, DISABLED_of_a_row) {
+  const auto& row = SETTINGS[std::atoi(std::getenv("ROW"))];
+  setenv("LINE_ID_IPC_PREFIX", row.prefix.c_str(), 1);
+  setenv("LINE_ID_TICK_US", row.tick.c_str(), 1);
+  _exit(std::to_string(pal_tick_us()) + " " + pal_object_name("x").data() == row.found ? 0 : 1);
 }
 
 TEST(settings, are_taken_when_they_are_valid) {
-  const std::string longest(64, 'p');
-  const struct {
-    std::string prefix, tick, expected;
-  } rows[] = {
-      {"Olt-1.a_b", "100", "100 /Olt-1.a_b.x"}, {longest, "1000000", "1000000 /" + longest + ".x"},
-      {longest + "p", "99", "10000 /lineid.x"}, {"", "", "10000 /lineid.x"},
-      {"a/b", "1000001", "10000 /lineid.x"},    {"a b", "5000x", "10000 /lineid.x"},
-      {"\xc3\xa9", "-1000", "10000 /lineid.x"},
-  };
-  for (const auto& row : rows) {
-    setenv("EXPECTED", row.expected.c_str(), 1);
-    EXPECT_EQ(run_anew("settings.DISABLED_are", "LINE_ID_IPC_PREFIX", row.prefix.c_str(), "LINE_ID_TICK_US",
-                       row.tick.c_str()),
-              0)
-        << row.expected;
+  for (size_t i = 0; i < std::size(SETTINGS); ++i) {
+    const auto run_row = [i] {
+      setenv("ROW", std::to_string(i).c_str(), 1);
+      execl("/proc/self/exe", "test", "--gtest_also_run_disabled_tests", "--gtest_filter=settings.DISABLED_of_a_row",
+            nullptr);
+      return 127;
+    };
+    EXPECT_EQ(wait_child(start_child(run_row)), 0) << SETTINGS[i].found;
   }
 }
 
