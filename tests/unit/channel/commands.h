@@ -1,4 +1,4 @@
-// Every set command: what its client call sends, which lengths the agent takes, and what then shows.
+// Every set command: what its client call sends, and which lengths the agent takes.
 #pragma once
 
 #include <cstdint>
@@ -13,13 +13,6 @@ struct command_row {
   int32_t longest;
   int32_t too_short;
   int32_t too_long;
-  std::string (*shows)(); // what tells that the command ran
-  std::string before;
-  std::string after;
 };
 
 const std::vector<command_row>& command_rows();
-
-// Operations on the binding tables, as text.
-extern std::string g_spoof_operations;
-void record_spoof_operations();

@@ -16,35 +16,42 @@
 
 namespace {
 
+const std::string LONGEST(256, 'x');
+const std::string MAC_TEXT("\0\x11\x22\x33\x44\x55", 6);
+
+std::string g_spoof_operations; // on the binding tables
+
+template <char table> int32_t record_spoof(uint8_t oltid, uint8_t op, uint16_t pon, uint16_t onu, const uint8_t* mac) {
+  g_spoof_operations = table;
+  for (const int number : {int{oltid}, int{op}, int{pon}, int{onu}}) g_spoof_operations += " " + std::to_string(number);
+  if (mac != nullptr) g_spoof_operations += " " + std::string(reinterpret_cast<const char*>(mac), 6);
+  return 0;
+}
+
+template <class Value> std::string octets_of(const Value& value) {
+  return {reinterpret_cast<const char*>(&value), sizeof(value)};
+}
+
+// All that a command may change.
+std::string settings() {
+  return octets_of(g_line_id_common_cfg) + octets_of(g_params) + octets_of(g_trans_white_list_obj) +
+         octets_of(g_policy_cfg_table) + octets_of(g_line_id_statics) + octets_of(g_line_id_debug_bits) +
+         octets_of(g_line_id_dbg_level) + std::to_string(line_id_get_gemport_cfg()) +
+         std::to_string(line_id_get_dhcpv6_option18_cfg()) + g_spoof_operations;
+}
+
 class message_server_test : public channel_test {
 protected:
   void SetUp() override {
     channel_test::SetUp();
-    record_spoof_operations();
-    reset_between_commands();
-  }
-
-  void TearDown() override {
-    line_id_set_gemport_cfg(0, 0);
-    channel_test::TearDown();
-  }
-
-  // What the commands before left where rows look.
-  static void reset_between_commands() {
-    std::memset(&g_line_id_common_cfg, 0, sizeof(g_line_id_common_cfg));
-    std::strcpy(g_line_id_common_cfg[3].vlan_remote_format[63], "gone");
-    line_id_set_dhcpv6_option18_level(1);
-    line_id_set_gemport_cfg(0, 0);
-    line_id_dbg_level_set(0);
-    g_line_id_debug_bits = 0;
     g_spoof_operations.clear();
-    g_trans_white_list_obj = {};
-    line_id_init_params();
-    for (int32_t set : {0, 15}) line_id_write_param_force(set, 'y', "y");
-    line_id_reset_statistics_cfg();
-    line_id_dhcpv4_pkt_dropped_up_add();
+    g_line_id_ptl_reg_func.dhcp_spoof_oper = record_spoof<'d'>;
+    g_line_id_ptl_reg_func.pppoe_spoof_oper = record_spoof<'p'>;
   }
 
+  static int32_t set(uint8_t oltid, int code, const std::string& payload) {
+    return set(oltid, code, payload, static_cast<uint32_t>(payload.size()));
+  }
   static int32_t set(uint8_t oltid, int code, const std::string& payload, uint32_t len) {
     EXPECT_EQ(line_id_set_mem_mutex_take(), 0);
     fill_set_area(oltid, static_cast<int16_t>(code), payload, len);
@@ -54,19 +61,39 @@ protected:
   }
 };
 
-TEST_F(message_server_test, every_command_reaches_its_setting) {
-  int16_t code = 0;
-  for (const command_row& row : command_rows()) {
-    EXPECT_EQ(row.code, code++);
-    reset_between_commands();
-    EXPECT_EQ(row.shows(), row.before) << row.code;
-    EXPECT_EQ(set(3, row.code, row.payload, static_cast<uint32_t>(row.payload.size())), 0);
-    EXPECT_EQ(row.shows(), row.after) << row.code;
+// What each command does is shown by an agent in another process; these leave no trace there, or a coarser one.
+TEST_F(message_server_test, commands_that_no_report_shows) {
+  uint32_t bits = 0;
+  const struct {
+    int code;
+    uint32_t bit;
+  } debugs[] = {{18, 32}, {19, 64}, {20, 128}, {38, 2}, {39, 4}, {40, 8}, {41, 16}, {45, 256}};
+  for (const auto& row : debugs) {
+    set(3, row.code, "\x01");
+    EXPECT_EQ(g_line_id_debug_bits, bits |= row.bit) << row.code;
   }
-  EXPECT_EQ(code, 51);
+  set(3, 42, "\0"s);
+  EXPECT_EQ(g_line_id_debug_bits, 0U);
+  set(3, 42, "\x01");
+  EXPECT_EQ(g_line_id_debug_bits, 510U);
+  set(3, 34, "\x01");
+  EXPECT_EQ(g_line_id_common_cfg[3].remoteid_trans_enable, 1);
+
+  const struct {
+    int code;
+    std::string payload, operation;
+  } deletions[] = {{26, MAC_TEXT, "d 3 2 0 0 " + MAC_TEXT},
+                   {27, MAC_TEXT, "p 3 2 0 0 " + MAC_TEXT},
+                   {28, "\x02\x01\x07\x00"s, "d 3 3 258 7"},
+                   {29, "\x02\x01\x07\x00"s, "p 3 3 258 7"}};
+  for (const auto& row : deletions) {
+    set(3, row.code, row.payload);
+    EXPECT_EQ(g_spoof_operations, row.operation);
+  }
 }
 
 TEST_F(message_server_test, other_lengths_change_nothing) {
+  const std::string before = settings();
   for (const command_row& row : command_rows()) {
     const struct {
       int32_t len;
@@ -74,7 +101,6 @@ TEST_F(message_server_test, other_lengths_change_nothing) {
     } lengths[] = {
         {row.shortest - 1, row.too_short}, {row.longest + 1, row.too_long}, {301, row.too_long}, {-1, row.too_short},
         {INT_MIN, row.too_short},          {INT_MAX, row.too_long}};
-    reset_between_commands();
     const std::string payload = padded(row.payload, 300);
     const auto* octets = reinterpret_cast<const uint8_t*>(payload.data());
     const auto handler = line_id_set_proc_func[static_cast<size_t>(row.code)];
@@ -82,8 +108,8 @@ TEST_F(message_server_test, other_lengths_change_nothing) {
       EXPECT_EQ(handler(3, octets, each.len), each.result) << row.code << ", length " << each.len;
       EXPECT_EQ(log_lines.back(), "failed(len = " + std::to_string(each.len) + ").\r\n");
       EXPECT_EQ(set(3, row.code, payload, static_cast<uint32_t>(each.len)), 0);
-      EXPECT_EQ(row.shows(), row.before) << row.code << ", length " << each.len;
     }
+    EXPECT_TRUE(settings() == before) << row.code;
     EXPECT_EQ(handler(3, nullptr, row.shortest), -9) << row.code;
     EXPECT_EQ(log_lines.back(), "ptr_mtext is NULL, failed(-9).\r\n");
   }
@@ -91,15 +117,15 @@ TEST_F(message_server_test, other_lengths_change_nothing) {
 
 TEST_F(message_server_test, longest_and_shortest_texts) {
   const std::string full(50, 'a');
-  EXPECT_EQ(set(3, 11, full + "\x01\x00\x02\x00"s, 54), 0);
+  EXPECT_EQ(set(3, 11, full + "\x01\x00\x02\x00"s), 0);
   EXPECT_EQ(line_id_get_param_text(12, 'a'), full);
   EXPECT_EQ(line_id_get_param_text(12, 'f'), "2"s);
-  set(3, 11, "\x03\x00\x04\x00"s, 4);
+  set(3, 11, "\x03\x00\x04\x00"s);
   EXPECT_EQ(line_id_get_param_text(12, 'a'), ""s);
   EXPECT_EQ(line_id_get_param_text(12, 'r'), "3"s);
-  set(3, 32, "a" + full, 51);
+  set(3, 32, "a" + full);
   EXPECT_EQ(line_id_get_param_text(12, 'a'), full);
-  set(3, 6, "", 0);
+  set(3, 6, "");
   EXPECT_EQ(g_line_id_common_cfg[3].circuit_id_custom_format[0], 0);
 }
 
@@ -124,50 +150,36 @@ TEST_F(message_server_test, refusals_of_the_parameter_table_are_reported) {
 }
 
 TEST_F(message_server_test, every_query_is_answered) {
-  for (const command_row& row : command_rows()) {
-    if (row.code == 6 || row.code == 9 || row.code == 12 || row.code == 13 || row.code == 15 || row.code == 16) {
-      set(3, row.code, row.payload, static_cast<uint32_t>(row.payload.size()));
-    }
-  }
-  set(3, 1, "\x01", 1);
-  set(3, 3, "\x00"s, 1);
-  set(3, 7, "%m", 2);
-  set(3, 8, "%h", 2);
-  set(3, 14, "\x02\x01", 2);
-  set(3, 24, "\x01\x00\x00\x80"s, 4);
-  set(3, 25, "\x05\x00\x00\x00"s, 4);
-  for (const int code : {21, 22, 23, 30, 37}) set(3, code, "\x01", 1);
-  const struct {
+  struct query_row {
     uint16_t code;
-    std::string reply;
-  } rows[] = {{0, "\x01"},
-              {1, "\x01"},
-              {2, "\x01"},
-              {3, "\x00"s},
-              {4, "\x00"s},
-              {5, "\x00"s},
-              {6, std::string(256, 'x')},
-              {7, padded("%m", 256)},
-              {8, padded("%h", 256)},
-              {9, "\x09\x07\x00"s + padded("an8", 50) + "\xFE\xFF\x02\x01"s + padded("eth", 32) + "\x01\x00\xA8\xC0"s +
-                      std::string(64, '~')},
-              {10, "\x00"s + std::string(256, 'x') + std::string(36, '~')},
-              {12, padded("an8", 50)},
-              {13, "\xFE\xFF"},
-              {14, "\x02\x01"},
-              {15, padded("eth", 32)},
-              {16, "\x01\x00\xA8\xC0"s},
-              {21, "\x01"},
-              {22, "\x01"},
-              {23, "\x01"},
-              {24, "\x01\x00\x00\x80"s},
-              {25, "\x05\x00\x00\x00"s},
-              {30, "\x01"},
-              {37, "\x01"}};
+    std::string sets, reply;
+  };
+  std::vector<query_row> rows;
+  constexpr uint16_t SWITCHES[] = {0, 1, 2, 3, 4, 21, 22, 23, 30, 37};
+  for (const uint16_t code : SWITCHES) rows.push_back({code, "\x01", "\x01"});
+  const query_row others[] = {
+      {5, "\x02", "\x02"},
+      {6, LONGEST, LONGEST},
+      {7, "%m", padded("%m", 256)},
+      {8, "%h", padded("%h", 256)},
+      {12, "an8", padded("an8", 50)},
+      {13, "\xFE\xFF", "\xFE\xFF"},
+      {14, "\x02\x01", "\x02\x01"},
+      {15, "eth", padded("eth", 32)},
+      {16, "\x01\x00\xA8\xC0"s, "\x01\x00\xA8\xC0"s},
+      {24, "\x01\x00\x00\x80"s, "\x01\x00\x00\x80"s},
+      {25, "\x05\x00\x00\x00"s, "\x05\x00\x00\x00"s},
+      {9, "",
+       "\x00\x07\x01"s + padded("an8", 50) + "\xFE\xFF\x02\x01"s + padded("eth", 32) + "\x01\x00\xA8\xC0"s +
+           std::string(64, '~')},
+      {10, "", "\x02" + LONGEST + std::string(36, '~')},
+  };
+  rows.insert(rows.end(), std::begin(others), std::end(others));
   size_t handlers = 0;
   for (const auto& handler : line_id_get_proc_func) handlers += handler != nullptr ? 1 : 0;
-  EXPECT_EQ(handlers, std::size(rows));
+  EXPECT_EQ(handlers, rows.size());
   for (const auto& row : rows) {
+    if (!row.sets.empty()) set(3, row.code, row.sets);
     line_id_cmd_area* area = line_id_get_cfg_mem(3);
     std::memset(area->payload, '~', 300); // the blocks leave out what they do not tell
     if (row.code == 9) area->payload[1] = 2;
@@ -197,7 +209,7 @@ TEST_F(message_server_test, empty_slots_leave_the_former_reply) {
     EXPECT_EQ(pal_sem_count(g_line_id_get_mem_sync), 1) << code;
     line_id_get_mem_sync_take();
   }
-  for (const int code : {-1, 51, 32767, -32768}) EXPECT_EQ(set(0, code, "\x01", 1), 0);
+  for (const int code : {-1, 51, 32767, -32768}) EXPECT_EQ(set(0, code, "\x01"), 0);
   for (const int code : {6, 255, 0xFFFF}) EXPECT_EQ(line_id_show_cfg_msg_proc(0, static_cast<uint16_t>(code)), 0);
   EXPECT_TRUE(log_lines.empty());
 }
@@ -238,7 +250,7 @@ TEST_F(message_server_test, every_report_is_printed) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(line_id_show_cfg_msg_proc(3, row.code), 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout().rfind(row.begins, 0), 0U) << row.code;
-    EXPECT_EQ(g_spoof_operations, row.code == 3 ? "dhcp 3/1/0/0" : row.code == 4 ? "pppoe 3/1/0/0" : "");
+    EXPECT_EQ(g_spoof_operations, row.code == 3 ? "d 3 1 0 0" : row.code == 4 ? "p 3 1 0 0" : "");
   }
 }
 
