@@ -315,26 +315,4 @@ TEST(faults, an_option_37_that_cannot_be_printed_drops_the_frame) {
   EXPECT_EQ(len, 0);
 }
 
-TEST(faults, client_calls_that_cannot_be_posted) {
-  ASSERT_EQ(agent_start(agent_defaults()), 0);
-  struct row {
-    fault what;
-    int32_t set;
-    int32_t get;
-    int32_t show;
-  };
-  for (const row& each : {row{SEM_TAKE, -25, -27, 0}, row{QUEUE_SEND, -21, -21, -21}}) {
-    seam_fail(each.what);
-    EXPECT_EQ(line_id_set_option82_enable(0, 0), each.set);
-    seam_fail(each.what);
-    EXPECT_EQ(line_id_get_option82_enable(0), each.get);
-    seam_fail(each.what);
-    EXPECT_EQ(line_id_show_dhcp_binding(0), each.show);
-  }
-  seam_fail(NO_FAULT);
-  EXPECT_EQ(line_id_set_option82_enable(0, 0), 0) << "the mutexes are free again";
-  agent_run();
-  EXPECT_EQ(line_id_get_option82_enable_cfg(0), 0);
-}
-
 } // namespace

@@ -28,8 +28,6 @@ protected:
     return counts;
   }
 
-  static double rate(uint32_t count, int64_t us) { return count * 1e6 / static_cast<double>(us); }
-
   agent_process agent_;
 };
 
@@ -74,22 +72,24 @@ int configure(uint8_t oltid, uint32_t rounds) {
   return gets.us.back() > 2 * static_cast<int64_t>(WAIT_TICKS * tick_us()) ? 7 : 0;
 }
 
-TEST_F(flood, four_clients_configure_an_agent_that_is_flooded) {
+// A subscriber who floods the ingress cannot lock the operator out, whose four clients work at a time.
+TEST_F(flood, an_operator_is_answered_at_full_flood) {
   const uint32_t calls = setting("LINE_ID_TEST_CALLS", 10000);
   start_flood();
   const agent_counts before = agent_.ask(OP_FLUSH).counts;
   const int64_t start = now_us();
-  std::vector<pid_t> clients;
-  for (uint8_t oltid = 0; oltid < CLIENTS; ++oltid) {
-    clients.push_back(start_child([=] { return configure(oltid, calls / CLIENTS); }));
-  }
-  for (const pid_t client : clients) EXPECT_EQ(wait_child(client), 0);
+  do {
+    std::vector<pid_t> clients;
+    for (uint8_t oltid = 0; oltid < CLIENTS; ++oltid) {
+      clients.push_back(start_child([=] { return configure(oltid, calls / CLIENTS); }));
+    }
+    for (const pid_t client : clients) EXPECT_EQ(wait_child(client), 0);
+  } while (agent_.ask(OP_FLUSH).counts.refused == 0 && now_us() < start + 20000000);
   const int64_t took = now_us() - start;
-  const agent_counts after = agent_.ask(OP_FLUSH).counts;
-  stop_flood();
-  std::printf("%u sets and %u gets at %.0f/s, beside %.0f frames/s accepted and %.0f/s refused\n", calls, calls,
-              rate(2 * calls, took), rate(after.accepted - before.accepted, took),
-              rate(after.refused - before.refused, took));
+  const agent_counts after = stop_flood();
+  std::printf("%u sets and %u gets in %.1f s, beside %u frames accepted and %u refused\n", calls, calls,
+              static_cast<double>(took) / 1e6, after.accepted - before.accepted, after.refused);
+  EXPECT_GT(after.refused, 0U) << "the flood fills the pool";
   EXPECT_GT(after.accepted, before.accepted);
   for (uint8_t oltid = 0; oltid < CLIENTS; ++oltid) {
     const uint32_t last = calls / CLIENTS;
@@ -104,25 +104,6 @@ TEST_F(flood, configuration_is_served_before_waiting_frames) {
   agent_.ask(OP_RELEASE);
   EXPECT_EQ(agent_.ask(OP_SETTLE).result, 0);
   EXPECT_EQ(agent_.events(), "sent 1 100.200\ntrap 1/1/0\nsent 1 100.1\nsent 2 100.2\nsent 3 100.3\n");
-}
-
-// A subscriber who floods the ingress cannot lock the operator out.
-TEST_F(flood, an_operator_is_answered_at_full_flood) {
-  constexpr uint32_t PAIRS = 500;
-  start_flood();
-  timing sets;
-  timing gets;
-  const int64_t end = now_us() + 20000000;
-  for (uint16_t i = 1; i <= PAIRS || (agent_.ask(OP_FLUSH).counts.refused == 0 && now_us() < end); ++i) {
-    ASSERT_EQ(sets.measure([&] { return line_id_set_rack_no(5, i); }), 0);
-    ASSERT_EQ(gets.measure([&] { return line_id_get_rack_no(5); }), i);
-  }
-  sets.print("sets at full flood");
-  gets.print("gets at full flood");
-  EXPECT_LE(sets.us.back(), static_cast<int64_t>(WAIT_TICKS * tick_us()));
-  EXPECT_LE(gets.us.back(), static_cast<int64_t>(2 * WAIT_TICKS * tick_us()));
-  const agent_counts counts = stop_flood();
-  EXPECT_GT(counts.refused, 0U) << "the flood fills the pool";
 }
 
 TEST_F(flood, a_full_pool_refuses_and_counts_and_the_frames_in_it_are_right) {

@@ -235,23 +235,4 @@ TEST_F(message_server_test, the_message_names_the_instance) {
   EXPECT_EQ(line_id_get_option82_enable_cfg(5), 0);
 }
 
-TEST_F(message_server_test, every_report_is_printed) {
-  const struct {
-    uint16_t code;
-    const char* begins;
-  } rows[] = {{0, "\r\nPppoe white list trans_policy is:0"},
-              {1, "\r\npacket statistics is:\r\n"},
-              {2, "\r\nLine ID Configurations\r\n"},
-              {3, ""},
-              {4, ""},
-              {5, "\r\nCircuit Id Vlan Format:\r\n"}};
-  for (const auto& row : rows) {
-    g_spoof_operations.clear();
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(line_id_show_cfg_msg_proc(3, row.code), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout().rfind(row.begins, 0), 0U) << row.code;
-    EXPECT_EQ(g_spoof_operations, row.code == 3 ? "d 3 1 0 0" : row.code == 4 ? "p 3 1 0 0" : "");
-  }
-}
-
 } // namespace

@@ -38,33 +38,29 @@ struct node {
   port_number find(const octets& frame) { return known.find(frame, classify_frame(frame), 5); }
 };
 
-// A reply whose BOOTP header names the client with this last octet.
-octets offer(const mac_octets& destination, uint8_t client) {
-  octets frame = eth(SERVER_MAC, destination).dhcp4(OFFER).end();
+// A frame whose BOOTP header names the client with this last octet.
+octets of_client(uint8_t client, octets frame) {
   for (size_t i = 0; i < 6; ++i) frame[14 + 20 + 8 + 28 + i] = station(client).at[i];
   return frame;
 }
-
-octets discover(const mac_octets& source, uint8_t client) {
-  octets frame = eth(source).dhcp4(DISCOVER).end();
-  for (size_t i = 0; i < 6; ++i) frame[14 + 20 + 8 + 28 + i] = station(client).at[i];
-  return frame;
+octets offer(const mac_octets& destination, uint8_t client) {
+  return of_client(client, eth(SERVER_MAC, destination).dhcp4(OFFER).end());
+}
+octets discover(uint8_t source, uint8_t client) {
+  return of_client(client, eth(station(source)).dhcp4(DISCOVER).end());
 }
 
 TEST(forwarding, finds_the_subscriber_of_a_downstream_frame) {
   node n;
   n.learn(eth(station(1)).vlan(100).pppoe(PADI).done(), 0);
-  n.learn(discover(station(2), 2), 1);
-  n.learn(discover(station(3), 0x33), 2); // asks for another, as a relay does
+  n.learn(discover(2, 2), 1);
+  n.learn(discover(3, 0x33), 2); // asks for another, as a relay does
   // fe80::..5 asks; its reply comes with the address as peer.
   const octets solicit = eth(station(5)).dhcp6(SOLICIT).done();
   n.learn(solicit, 1);
   const octets peer(solicit.begin() + 14 + 8, solicit.begin() + 14 + 24);
 
-  const auto relay_reply = [](const octets& to_peer) {
-    return eth(SERVER_MAC, BROADCAST_MAC).relay6(RELAY_REPL, 0, to_peer).done();
-  };
-  const octets unknown_peer = link_local(0x77);
+  const auto relay_reply = [](const octets& to) { return eth(SERVER_MAC).relay6(RELAY_REPL, 0, to).done(); };
   struct {
     const char* name;
     octets frame;
@@ -80,7 +76,7 @@ TEST(forwarding, finds_the_subscriber_of_a_downstream_frame) {
       {"OFFER to a station that nobody knows", offer(station(0x44), 0x44), ALL_PORTS},
       {"DISCOVER from above", eth(SERVER_MAC).dhcp4(DISCOVER).end(), ALL_PORTS},
       {"Relay-Reply by its peer", relay_reply(peer), 1},
-      {"Relay-Reply for nobody", relay_reply(unknown_peer), NO_PORT},
+      {"Relay-Reply for nobody", relay_reply(link_local(0x77)), NO_PORT},
       {"SOLICIT from above", eth(SERVER_MAC).dhcp6(SOLICIT).done(), ALL_PORTS},
   };
   for (const auto& row : rows) {

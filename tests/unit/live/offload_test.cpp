@@ -21,31 +21,17 @@ struct received_frame {
   octets frame() const { return {wire.frame().begin(), wire.frame().end()}; }
 };
 
-constexpr offload_header NOTHING = {};
-
 TEST(put_tag_back, moves_what_the_header_points_at) {
   struct {
+    const char* name;
     offload_header before, after;
   } const rows[] = {
-      {NOTHING, NOTHING},
-      {{.flags = 1,
-        .segmentation = 1,
-        .header_len = 66,
-        .segment_len = 1448,
-        .checksum_start = 34,
-        .checksum_offset = 16},
-       {.flags = 1,
-        .segmentation = 1,
-        .header_len = 70,
-        .segment_len = 1448,
-        .checksum_start = 38,
-        .checksum_offset = 16}},
-      // A checksum that the device has verified: the offsets mean nothing.
-      {{.flags = 2, .segmentation = 0, .header_len = 0, .segment_len = 0, .checksum_start = 0, .checksum_offset = 0},
-       {.flags = 2, .segmentation = 0, .header_len = 0, .segment_len = 0, .checksum_start = 0, .checksum_offset = 0}},
-  };
+      {"nothing", {}, {}},
+      {"segments and a checksum", {1, 1, 66, 1448, 34, 16}, {1, 1, 70, 1448, 38, 16}},
+      {"a checksum that the device has verified: offsets mean nothing", {2, 0, 0, 0, 0, 0}, {2, 0, 0, 0, 0, 0}}};
   const octets inner = eth().vlan(7).dhcp4(DISCOVER).end();
   for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
     received_frame received(row.before, inner);
     put_tag_back(received.wire, 0x88A8, 0x60C8); // priority 3, VLAN 200
     EXPECT_EQ(received.wire.start, received.memory.data());

@@ -125,12 +125,4 @@ TEST(settings, are_taken_when_they_are_valid) {
   }
 }
 
-TEST(ticks, follow_the_monotonic_clock) {
-  const uint32_t start = pal_tickget();
-  pause_ms(30);
-  const uint32_t passed = pal_tickget() - start;
-  EXPECT_GE(passed, 29U);
-  EXPECT_LT(passed, 2000U);
-}
-
 } // namespace

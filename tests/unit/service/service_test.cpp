@@ -152,16 +152,6 @@ TEST_F(service_test, the_default_key_is_announced_twice) {
   }
 }
 
-TEST_F(service_test, frames_are_refused_until_the_configuration_is_there) {
-  line_id_set_data_init_done_cfg(0);
-  EXPECT_EQ(agent_feed(discover(), LINE_ID_UPSTREAM).result, -42);
-  line_id_set_data_init_done_cfg(1);
-  const outcome out = agent_feed(discover(), LINE_ID_UPSTREAM);
-  EXPECT_EQ(out.result, 0);
-  ASSERT_EQ(out.sent.size(), 1U);
-  EXPECT_GT(out.sent[0].frame.size(), discover().size());
-}
-
 TEST_F(service_test, dropped_messages_complete_their_exchange) {
   ASSERT_EQ(line_id_set_mem_mutex_take(), 0);
   line_id_set_data_init_done_cfg(0);
