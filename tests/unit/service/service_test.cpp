@@ -46,6 +46,13 @@ int count_hook(uint8_t, uint32_t, uint32_t, uint32_t, line_id_pkt_property*) {
   return 0;
 }
 
+octets discover() { return eth().dhcp4(DISCOVER).option(53, {DISCOVER}).end(); }
+
+int32_t hand_in(const octets& frame) {
+  const line_id_append_info line = test_line();
+  return line_id_dhcp_receive(frame.data(), static_cast<uint32_t>(frame.size()), 1, 1, &line);
+}
+
 // The worker on a thread of its own, stopped at the end.
 struct running_worker {
   std::thread thread;
@@ -59,11 +66,9 @@ struct running_worker {
   }
   // Until a frame comes through: a start takes back what was queued before it.
   void wait_until_up() {
-    const octets frame = eth().dhcp4(DISCOVER).option(53, {DISCOVER}).end();
-    const line_id_append_info line = test_line();
     const uint32_t before = g_hooks;
     while (g_hooks == before) {
-      line_id_dhcp_receive(frame.data(), static_cast<uint32_t>(frame.size()), 1, 1, &line);
+      hand_in(discover());
       std::this_thread::sleep_for(20ms);
     }
     while (agent_free_units() < agent_units()) std::this_thread::sleep_for(1ms);
@@ -80,8 +85,6 @@ protected:
     ASSERT_EQ(agent_start(agent_defaults()), 0);
   }
 };
-
-octets discover() { return eth().dhcp4(DISCOVER).option(53, {DISCOVER}).end(); }
 
 int32_t post(uint16_t kind, uint32_t pointer, uint32_t priority, uint16_t code = 0) {
   const line_id_msg msg = {kind, code, 0, pointer};
@@ -107,34 +110,25 @@ TEST_F(service_test, data_init_refuses_what_it_cannot_use) {
 }
 
 // What a start prints.
-std::string start_output(const uint32_t* key, int32_t expected) {
+std::string start_output(const uint32_t* key) {
   testing::internal::CaptureStdout();
-  const int32_t ret = line_id_init_sys_resource(key);
-  std::string text = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(ret, expected) << text;
-  return text;
-}
-
-size_t occurrences(const std::string& in, const std::string& what) {
-  size_t count = 0;
-  for (size_t at = in.find(what); at != std::string::npos; at = in.find(what, at + 1)) ++count;
-  return count;
+  EXPECT_EQ(line_id_init_sys_resource(key), 0);
+  return testing::internal::GetCapturedStdout();
 }
 
 TEST_F(service_test, the_default_key_is_announced_twice) {
   const std::string done = "create lineid message queue OK.\r\n";
+  const std::string creating = "Creating Lineid Message Queue :";
   const uint32_t key = 7;
-  EXPECT_NE(start_output(&key, 0).find("Creating Lineid Message Queue :key_id :0create"), std::string::npos)
+  EXPECT_NE(start_output(&key).find(creating + "key_id :0" + done), std::string::npos)
       << "in-process the key does not count";
   agent_config config = agent_defaults();
   config.table.cross_process_shared_mem = 1;
   ASSERT_EQ(agent_add_instance(config, 0), 0);
-  std::string text = start_output(&key, 0);
-  EXPECT_NE(text.find("key_id :7"), std::string::npos) << text;
-  EXPECT_EQ(occurrences(text, done), 1U);
-  text = start_output(nullptr, 0);
-  EXPECT_NE(text.find("key_id :95"), std::string::npos) << text;
-  EXPECT_EQ(occurrences(text, done), 2U);
+  std::string text = start_output(&key);
+  EXPECT_NE(text.find(creating + "key_id :7" + done), std::string::npos) << text;
+  text = start_output(nullptr);
+  EXPECT_NE(text.find(creating + done + "key_id :95" + done), std::string::npos) << text;
 
   EXPECT_EQ(line_id_is_service_running(), 1);
   const pid_t second_agent = fork();
@@ -211,12 +205,8 @@ TEST_F(service_test, an_idle_agent_costs_next_to_nothing) {
 }
 
 TEST_F(service_test, restart_takes_left_over_frames_back) {
-  const octets frame = discover();
-  const line_id_append_info line = test_line();
-  for (uint32_t i = 0; i < agent_units(); ++i) {
-    ASSERT_EQ(line_id_dhcp_receive(frame.data(), static_cast<uint32_t>(frame.size()), 1, 1, &line), 0);
-  }
-  EXPECT_EQ(line_id_dhcp_receive(frame.data(), static_cast<uint32_t>(frame.size()), 1, 1, &line), -45);
+  for (uint32_t i = 0; i < agent_units(); ++i) ASSERT_EQ(hand_in(discover()), 0);
+  EXPECT_EQ(hand_in(discover()), -45);
   ASSERT_EQ(line_id_init_sys_resource(nullptr), 0);
   EXPECT_EQ(agent_free_units(), agent_units());
   agent_run();
@@ -235,7 +225,6 @@ TEST_F(service_test, hundred_thousand_frames_from_four_threads_are_all_accounted
 
   std::atomic<uint32_t> accepted{0};
   std::atomic<uint32_t> accepted_bad{0};
-  std::atomic<uint32_t> refused{0};
   {
     running_worker worker;
     worker.wait_until_up();
@@ -243,31 +232,26 @@ TEST_F(service_test, hundred_thousand_frames_from_four_threads_are_all_accounted
     std::vector<std::thread> threads;
     for (uint32_t t = 0; t < THREADS; ++t) {
       threads.emplace_back([&] {
-        const line_id_append_info line = test_line();
-        for (uint32_t i = 0; i < FRAMES;) {
-          const octets& frame = i % 10 == 9 ? dropped : good;
-          const int32_t ret = line_id_dhcp_receive(frame.data(), static_cast<uint32_t>(frame.size()), i, 1, &line);
-          if (ret == 0) {
-            ++accepted;
-            if (&frame == &dropped) ++accepted_bad;
-            ++i;
-          } else {
+        for (uint32_t i = 0; i < FRAMES; ++i) {
+          const bool bad = i % 10 == 9;
+          int32_t ret = -1;
+          while ((ret = hand_in(bad ? dropped : good)) != 0) {
             ASSERT_TRUE(ret == -45 || ret == -21) << ret;
-            ++refused;
-            if (i % 3 == 0) ++i; // some frames stay lost, others are tried again
             std::this_thread::yield();
+            if (i % 3 == 0) break; // some frames stay lost, others are tried again
           }
+          if (ret == 0) ++(bad ? accepted_bad : accepted);
         }
       });
     }
     for (std::thread& thread : threads) thread.join();
-    while (g_hooks < accepted) std::this_thread::sleep_for(1ms);
+    while (g_hooks < accepted + accepted_bad) std::this_thread::sleep_for(1ms);
     EXPECT_EQ(worker.stop(), 0);
   }
-  EXPECT_EQ(g_hooks, accepted);
-  EXPECT_EQ(g_sent, accepted - accepted_bad);
+  EXPECT_EQ(g_hooks, accepted + accepted_bad);
+  EXPECT_EQ(g_sent, accepted);
   EXPECT_EQ(g_sent_longer, g_sent) << "every frame that left carries Option 82";
-  EXPECT_GE(accepted + refused, THREADS * FRAMES);
+  EXPECT_GT(accepted, THREADS * FRAMES / 2);
 }
 
 } // namespace
