@@ -12,30 +12,16 @@
 #include "lineid/params.h"
 #include "packet/pool.h"
 #include "tests/faults/seam.h"
+#include "tests/process/children.h"
 #include "tests/support/agent.h"
 
 #include <chrono>
-#include <cstdlib>
-#include <functional>
 #include <string>
-#include <sys/mman.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 namespace {
 
 using namespace std::chrono_literals;
-
-const std::string PREFIX = "test-faults-" + std::to_string(getpid());
-const int g_prefix_set = setenv("LINE_ID_IPC_PREFIX", PREFIX.c_str(), 1);
-
-void remove_shared_objects() {
-  for (const char* name :
-       {"sem.set_mem_mutex", "sem.get_mem_mutex", "sem.get_mem_sync", "mem.1000", "mem.2000", "q.95", "claim"}) {
-    shm_unlink(("/" + PREFIX + "." + name).c_str());
-  }
-}
 
 // ---- start-up
 
@@ -122,41 +108,22 @@ std::string start_with_fault(const start_row& row, uint32_t nth, int32_t expecte
   return row.start != client && !frame_passes() ? "no frame passes after the next start" : "";
 }
 
-void in_child(const std::string& what, const std::function<std::string()>& body) {
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  const pid_t child = fork();
-  if (child == 0) {
-    std::freopen("/dev/null", "w", stdout);
-    const std::string wrong = body();
-    const bool told = write(ends[1], wrong.data(), wrong.size()) == static_cast<ssize_t>(wrong.size());
-    std::exit(told && wrong.empty() ? 0 : 1); // and not _exit: coverage is written at the end
-  }
-  close(ends[1]);
-  char text[200] = {};
-  const ssize_t len = read(ends[0], text, sizeof(text) - 1);
-  close(ends[0]);
-  int status = 1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0) << what << ": " << (len > 0 ? text : "it died");
-}
-
 TEST(faults, each_step_of_a_start_has_its_code_and_can_be_tried_again) {
-  ASSERT_EQ(g_prefix_set, 0);
   ASSERT_EQ(g_line_id_pkt_pool.load(), nullptr) << "the children start from nothing: this test is the first";
   for (const start_row& row : START_ROWS) {
     for (size_t nth = 1; nth <= row.results.size() + 1; ++nth) {
       const bool reached = nth <= row.results.size();
       const int32_t expected = reached ? row.results[nth - 1] : 0;
-      in_child(row.name + (", call " + std::to_string(nth)) + " of kind " + std::to_string(row.what),
-               [&] { return start_with_fault(row, static_cast<uint32_t>(nth), expected, reached); });
-      remove_shared_objects();
+      SCOPED_TRACE(row.name + (", call " + std::to_string(nth)) + " of kind " + std::to_string(row.what));
+      const auto start = [&] { return start_with_fault(row, static_cast<uint32_t>(nth), expected, reached); };
+      EXPECT_EQ(text_of_child(start), "");
+      unlink_shared_objects();
     }
   }
 }
 
 TEST(faults, a_start_without_a_pool_takes_no_frame) {
-  in_child("the pool's descriptor", [] {
+  const auto start = [] {
     agent_reset_record();
     if (own_table() != 0) return std::string("no configuration");
     seam_fail(ALLOCATION, 5);
@@ -164,8 +131,9 @@ TEST(faults, a_start_without_a_pool_takes_no_frame) {
     const octets frame = eth().dhcp6(SOLICIT).done();
     const line_id_append_info line = test_line();
     const int32_t ret = line_id_dhcp_receive(frame.data(), static_cast<uint32_t>(frame.size()), 1, 1, &line);
-    return ret == -45 ? std::string() : "a frame gave " + std::to_string(ret);
-  });
+    return "a frame gave " + std::to_string(ret);
+  };
+  EXPECT_EQ(text_of_child(start), "a frame gave -45");
 }
 
 // ---- frames

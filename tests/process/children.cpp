@@ -30,9 +30,7 @@ std::vector<std::filesystem::path> objects_of_prefix() {
 }
 
 class unlink_objects : public testing::Environment {
-  void TearDown() override {
-    for (const auto& each : objects_of_prefix()) unlink(each.c_str());
-  }
+  void TearDown() override { unlink_shared_objects(); }
 };
 const testing::Environment* const g_unlink_objects = testing::AddGlobalTestEnvironment(new unlink_objects);
 
@@ -64,6 +62,25 @@ void kill_child(pid_t child) {
   waitpid(child, nullptr, 0);
 }
 
+std::string text_of_child(const std::function<std::string()>& body) {
+  int ends[2] = {-1, -1};
+  EXPECT_EQ(pipe(ends), 0);
+  const pid_t child = start_child([&] {
+    std::freopen("/dev/null", "w", stdout);
+    const std::string text = body();
+    const bool told = write(ends[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    std::exit(told ? 0 : 1); // and not _exit: coverage is written at the end
+    return 0;
+  });
+  close(ends[1]);
+  std::string text(2048, '\0');
+  const ssize_t len = read(ends[0], text.data(), text.size());
+  close(ends[0]);
+  EXPECT_EQ(wait_child(child), 0);
+  text.resize(len > 0 ? static_cast<size_t>(len) : 0);
+  return text;
+}
+
 int64_t now_us() {
   return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch())
       .count();
@@ -74,3 +91,7 @@ void pause_us(int64_t us) { std::this_thread::sleep_for(std::chrono::microsecond
 std::string shared_path(const std::string& suffix) { return "/dev/shm/" + PREFIX + "." + suffix; }
 
 size_t shared_objects() { return objects_of_prefix().size(); }
+
+void unlink_shared_objects() {
+  for (const auto& each : objects_of_prefix()) unlink(each.c_str());
+}

@@ -311,8 +311,6 @@ const refused_row REFUSALS[] = {
     SWITCH(device_debug, 2, -10),
     ABSENT(rack_no, (9, 1)),
     ABSENT(frame_no, (255, 1)),
-    ABSENT(dhcp_valid_binding_count, (9, 1)),
-    ABSENT(pppoe_valid_binding_count, (9, 1)),
     ABSENT(manage_ip, (9, 1)),
     TEXT(circuit_id_custom_format, 256),
     TEXT(remote_id_format, 256),
@@ -327,7 +325,6 @@ const refused_row REFUSALS[] = {
     BY_MAC(line_id_del_dhcp_anti_spoofing_entry_by_mac),
     BY_MAC(line_id_del_pppoe_anti_spoofing_entry_by_mac),
     REFUSED(line_id_del_dhcp_anti_spoofing_entry_by_onu, (9, 1, 1), -22),
-    REFUSED(line_id_del_pppoe_anti_spoofing_entry_by_onu, (9, 1, 1), -22),
     REFUSED(line_id_set_remote_id_enable_and_params, (3, 2, MAC, 6), -1),
     REFUSED(line_id_set_remote_id_enable_and_params, (3, 1, MAC, 7), -1),
     REFUSED(line_id_set_remote_id_enable_and_params, (3, 1, nullptr, 6), -1),
@@ -416,27 +413,18 @@ TEST_F(settings, refused_calls_send_nothing) {
   EXPECT_EQ(commands_in(agent_.output(), "13)"), 1U) << "a command that is sent is seen";
 }
 
-// An operator's profile holds from the next frame on; without it the frames that name it have an empty text.
-TEST_F(settings, a_vlan_profile_changes_matching_frames_at_once) {
+// The Remote-ID has a profile of its own, and each instance has its own profiles.
+TEST_F(settings, a_remote_id_profile_changes_matching_frames_at_once) {
   line_id_append_info member = test_line(2);
   member.ext[LINE_ID_EXT_CID] = 7;
   member.ext[LINE_ID_EXT_RID] = 7;
-  EXPECT_EQ(lineid_vlan_profile_cfg_add(2, 0, 7, 0, "%s.%c", 5), 0);
   EXPECT_EQ(lineid_vlan_profile_cfg_add(2, 1, 7, 0, "%m-%p", 5), 0);
   barrier();
-  EXPECT_EQ(agent_.sub_option(member, 1), "100.200");
-  EXPECT_EQ(agent_.sub_option(member, 2), "ONU42-5");
-  EXPECT_EQ(agent_.sub_option(test_line(2), 1), CIRCUIT_ID) << "frames without the profile";
-  member.ext[LINE_ID_EXT_OLTID] = 1;
-  EXPECT_EQ(agent_.sub_option(member, 1), "") << "another instance has no such profile";
-  member.ext[LINE_ID_EXT_OLTID] = 2;
-  EXPECT_EQ(lineid_vlan_profile_cfg_add(2, 0, 7, 1, "x", 1), 0);
-  barrier();
-  EXPECT_EQ(agent_.sub_option(member, 1), CIRCUIT_ID) << "the CTC templates";
-  EXPECT_EQ(lineid_vlan_profile_cfg_del(2, 0, 7), 0);
-  barrier();
   EXPECT_EQ(agent_.sub_option(member, 1), "");
-  EXPECT_EQ(agent_.sub_option(member, 2), "ONU42-5") << "the Remote-ID's profile is its own";
+  EXPECT_EQ(agent_.sub_option(member, 2), "ONU42-5");
+  EXPECT_EQ(agent_.sub_option(test_line(2), 2), "ONU42") << "frames without the profile";
+  member.ext[LINE_ID_EXT_OLTID] = 1;
+  EXPECT_EQ(agent_.sub_option(member, 2), "") << "another instance has no such profile";
 }
 
 } // namespace

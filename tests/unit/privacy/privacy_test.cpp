@@ -1,14 +1,13 @@
 // No subscriber's octets in another's frame: mixed frames through one pool unit come out octet for octet as each does
 // alone from an agent that has never seen another.
 #include "packet/pool.h"
+#include "tests/process/children.h"
 #include "tests/support/agent.h"
 
 #include <cstdio>
 #include <cstring>
 #include <random>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -91,25 +90,11 @@ octets run(const visit& v) {
 
 // The frame through an agent of its own, in a process of its own.
 octets run_alone(const visit& v) {
-  int ends[2];
-  if (pipe(ends) != 0) return {};
-  const pid_t child = fork();
-  if (child == 0) {
-    std::freopen("/dev/null", "w", stdout);
-    octets out;
-    if (start_three() == 0) out = run(v);
-    const bool written = write(ends[1], out.data(), out.size()) == static_cast<ssize_t>(out.size());
-    _exit(written ? 0 : 1);
-  }
-  close(ends[1]);
-  octets out(2048);
-  const ssize_t len = read(ends[0], out.data(), out.size());
-  close(ends[0]);
-  int status = 1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0) << v.name;
-  out.resize(len > 0 ? static_cast<size_t>(len) : 0);
-  return out;
+  SCOPED_TRACE(v.name);
+  return text(text_of_child([&] {
+    const octets out = start_three() == 0 ? run(v) : octets{};
+    return std::string(out.begin(), out.end());
+  }));
 }
 
 TEST(privacy, frames_through_one_unit_are_as_each_alone) {
