@@ -1,4 +1,4 @@
-// The rows of all set commands.
+// The rows of the set commands that send more than one octet.
 #include "tests/unit/channel/commands.h"
 
 #include "core/records.h"
@@ -37,18 +37,10 @@ int32_t set_white_list() {
 }
 
 #define CALL(NAME, ...) [] { return line_id_##NAME(3, __VA_ARGS__); }
-#define SWITCH(code, NAME) fixed(code, CALL(set_##NAME, 1), "\x01")
-
 } // namespace
 
 const std::vector<command_row>& command_rows() {
   static const std::vector<command_row> rows = {
-      SWITCH(0, option82_enable),
-      SWITCH(1, option18_enable),
-      SWITCH(2, option37_enable),
-      SWITCH(3, pppoe_plus_enable),
-      SWITCH(4, remote_id_enable),
-      fixed(5, CALL(set_line_id_format_type, 2), "\x02"),
       text_row(6, CALL(set_circuit_id_custom_format, LONGEST.data(), 256), LONGEST, 0, 256),
       text_row(7, CALL(set_remote_id_format, "%m", 2), "%m", 0, 256),
       text_row(8, CALL(set_option37_format, "%h_", 2), "%h", 0, 256),
@@ -63,43 +55,23 @@ const std::vector<command_row>& command_rows() {
       text_row(15, CALL(set_uplink_type, "eth", 3), "eth", 0, 32),
       fixed(16, CALL(set_manage_ip, 0xC0A80001), "\x01\x00\xA8\xC0"s),
       fixed(17, CALL(set_remoteid_core_cardinnermac, MAC, 6), MAC_TEXT),
-      SWITCH(18, dhcpv4_debug),
-      SWITCH(19, dhcpv6_debug),
-      SWITCH(20, pppoe_plus_debug),
-      SWITCH(21, pppoe_anti_spoofing_enable),
-      SWITCH(22, dhcp_anti_spoofing_enable),
-      SWITCH(23, dhcp_anti_spoofing_active),
       fixed(24, CALL(set_dhcp_valid_binding_count, 0x80000001), "\x01\x00\x00\x80"s),
       fixed(25, CALL(set_pppoe_valid_binding_count, 5), "\x05\x00\x00\x00"s),
       fixed(26, CALL(del_dhcp_anti_spoofing_entry_by_mac, MAC, 6), MAC_TEXT),
       fixed(27, CALL(del_pppoe_anti_spoofing_entry_by_mac, MAC, 6), MAC_TEXT),
       fixed(28, CALL(del_dhcp_anti_spoofing_entry_by_onu, 258, 7), "\x02\x01\x07\x00"s),
       fixed(29, CALL(del_pppoe_anti_spoofing_entry_by_onu, 258, 7), "\x02\x01\x07\x00"s),
-      SWITCH(30, option82_transparent),
       fixed(
           31, [] { return line_id_reset_statistics(3); }, ""),
       {32, CALL(override_param, 'z', "pinned", 6), "zpinned", 1, 51, -112, -157},
       fixed(33, CALL(unoverride_param, 'y'), "y"),
-      SWITCH(34, remoteid_trans_enable),
       fixed(35, set_white_list, "\x02\x02\x01"s + padded("", 60) + "\x07\x00\x05\x00\x00\x00"s),
       fixed(36, CALL(set_remote_id_enable_and_params, 1, MAC, 6), "\x01"s + MAC_TEXT),
-      SWITCH(37, pppoe_plus_transparent),
-      SWITCH(38, lineid_debug),
-      SWITCH(39, comm_tx_debug),
-      SWITCH(40, comm_rx_debug),
-      SWITCH(41, cfg_debug),
-      SWITCH(42, all_debug),
-      fixed(43, CALL(set_level_debug, 2), "\x02"),
-      SWITCH(44, dhcpv6_enable),
-      SWITCH(45, device_debug),
-      fixed(46, CALL(set_dhcpv6_option18, 0), "\0"s),
-      fixed(47, CALL(set_dhcpv6_option18_relay_strip, 2), "\x02"),
       text_row(
           48, [] { return lineid_vlan_profile_cfg_add(3, 0, 64, 0, "%t", 2); },
           "\x00\x40\x00\x00\x00\x00\x00\x00\x00%t"s, 10, 265),
       fixed(
           49, [] { return lineid_vlan_profile_cfg_del(3, 1, 63); }, "\x01\x3F\x00\x00\x00"s),
-      SWITCH(50, gemport_enable),
   };
   return rows;
 }

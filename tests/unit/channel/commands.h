@@ -1,4 +1,4 @@
-// Every set command: what its client call sends, and which lengths the agent takes.
+// The set commands of more than a switch: what their client calls send, and which lengths the agent takes.
 #pragma once
 
 #include <cstdint>
@@ -15,4 +15,7 @@ struct command_row {
   int32_t too_long;
 };
 
+// All but the commands of one octet, which the settings test sends.
 const std::vector<command_row>& command_rows();
+constexpr int16_t ONE_OCTET[] = {0,  1,  2,  3,  4,  5,  18, 19, 20, 21, 22, 23, 30,
+                                 34, 37, 38, 39, 40, 41, 42, 43, 44, 45, 46, 47, 50};
