@@ -138,28 +138,23 @@ TEST(faults, a_start_without_a_pool_takes_no_frame) {
 
 // ---- frames
 
-struct frame_row {
-  const char* name;
-  octets frame;
-  uint32_t dropped; // the counter of dropped upstream frames; two protocols are exchanged
-};
-
-struct fault_row {
-  const char* name;
-  fault what;
-  int32_t result; // of the receive call
-};
-
 TEST(faults, a_failure_under_a_frame_drops_that_frame_alone) {
-  const frame_row frames[] = {
+  const struct {
+    const char* name;
+    octets frame;
+    uint32_t dropped; // the counter of dropped upstream frames; two protocols are exchanged
+  } frames[] = {
       {"DHCPv4", eth().dhcp4(DISCOVER).option(53, {DISCOVER}).end(), 10},
       {"DHCPv6", eth().dhcp6(SOLICIT).option(1, {0, 3}).done(), 16},
       {"PPPoE", eth().pppoe(PADI).option(0x0101, {}).done(), 13},
   };
-  const fault_row faults[] = {
-      {"the pool's semaphore", SEM_TAKE, -45}, {"the queue", QUEUE_SEND, -21}, {"the event", EVENT_ADD, 0}};
-  for (const frame_row& row : frames) {
-    for (const fault_row& fault : faults) {
+  const struct {
+    const char* name;
+    fault what;
+    int32_t result; // of the receive call
+  } faults[] = {{"the pool's semaphore", SEM_TAKE, -45}, {"the queue", QUEUE_SEND, -21}, {"the event", EVENT_ADD, 0}};
+  for (const auto& row : frames) {
+    for (const auto& fault : faults) {
       SCOPED_TRACE(std::string(row.name) + ", " + fault.name);
       ASSERT_EQ(agent_start(agent_defaults()), 0);
       seam_fail(fault.what);

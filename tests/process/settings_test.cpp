@@ -262,6 +262,7 @@ static_assert(every_setting_has_one_row());
 
 // ---- what is refused
 
+// Calls that one kind of row in config/settings.def makes alike are here once for each limit.
 struct refused_row {
   const char* what;
   int32_t (*call)();
@@ -302,19 +303,10 @@ const refused_row REFUSALS[] = {
     SWITCH(dhcpv6_option18_relay_strip, 3, -10),
     REFUSED(line_id_set_dhcpv6_option18_relay_strip, (3, 0), -10),
     SWITCH(dhcpv4_debug, 2, -10),
-    SWITCH(dhcpv6_debug, 2, -10),
-    SWITCH(pppoe_plus_debug, 2, -10),
-    SWITCH(lineid_debug, 2, -10),
-    SWITCH(comm_tx_debug, 2, -10),
-    SWITCH(comm_rx_debug, 2, -10),
-    SWITCH(cfg_debug, 2, -10),
-    SWITCH(device_debug, 2, -10),
     ABSENT(rack_no, (9, 1)),
     ABSENT(frame_no, (255, 1)),
     ABSENT(manage_ip, (9, 1)),
     TEXT(circuit_id_custom_format, 256),
-    TEXT(remote_id_format, 256),
-    TEXT(option37_format, 256),
     TEXT(ani_str, 50),
     TEXT(uplink_type, 32),
     REFUSED(line_id_get_manage_ip, (3, nullptr), -9),
@@ -323,7 +315,6 @@ const refused_row REFUSALS[] = {
     REFUSED(line_id_set_ani_param, (9, "x", 1, 0, 0), -22),
     BY_MAC(line_id_set_remoteid_core_cardinnermac),
     BY_MAC(line_id_del_dhcp_anti_spoofing_entry_by_mac),
-    BY_MAC(line_id_del_pppoe_anti_spoofing_entry_by_mac),
     REFUSED(line_id_del_dhcp_anti_spoofing_entry_by_onu, (9, 1, 1), -22),
     REFUSED(line_id_set_remote_id_enable_and_params, (3, 2, MAC, 6), -1),
     REFUSED(line_id_set_remote_id_enable_and_params, (3, 1, MAC, 7), -1),
@@ -337,9 +328,6 @@ const refused_row REFUSALS[] = {
     REFUSED(line_id_set_circuit_id_config, (nullptr), -9),
     REFUSED(volt_line_id_set_circuit_id_config, (3, nullptr), -9),
     REFUSED(line_id_get_circuit_id_config, (3, nullptr), -9),
-    REFUSED(line_id_set_circuit_id_format_mode, (nullptr), -9),
-    REFUSED(volt_line_id_set_circuit_id_format_mode, (3, nullptr), -9),
-    REFUSED(line_id_get_circuit_id_format_mode, (3, nullptr), -9),
     REFUSED(line_id_set_trans_white_list, (3, nullptr), -9),
     {"line_id_set_trans_white_list",
      [] {

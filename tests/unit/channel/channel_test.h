@@ -35,6 +35,8 @@ protected:
   static bool turn();
 
   static void fill_set_area(uint8_t oltid, int16_t code, const std::string& payload, uint32_t len);
+  // Counts of the semaphores: set mutex, get mutex, reply.
+  static std::string counts();
   static std::string payload_of(const line_id_cmd_area* area, size_t len);
 
   static inline std::vector<std::string> log_lines;
