@@ -37,6 +37,7 @@ int32_t set_white_list() {
 }
 
 #define CALL(NAME, ...) [] { return line_id_##NAME(3, __VA_ARGS__); }
+
 } // namespace
 
 const std::vector<command_row>& command_rows() {

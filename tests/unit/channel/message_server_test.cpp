@@ -80,7 +80,12 @@ TEST_F(message_server_test, commands_that_no_report_shows) {
 TEST_F(message_server_test, other_lengths_change_nothing) {
   std::vector<command_row> rows = command_rows();
   for (const int16_t code : ONE_OCTET) rows.push_back({code, nullptr, "\x01", 1, 1, -112, -112});
-  EXPECT_EQ(rows.size(), 51U);
+  EXPECT_EQ(rows.size(), line_id_set_proc_func.size());
+  // What commands would undo that take away or set to 1.
+  set(3, 46, "\0"s);
+  set(3, 48, "\x01\x3F\x00\x00\x00\x00\x00\x00\x00gone"s);
+  line_id_write_param_force(15, 'y', "y");
+  line_id_dhcpv4_pkt_dropped_up_add();
   const std::string before = settings();
   for (const command_row& row : rows) {
     const struct {
@@ -101,6 +106,7 @@ TEST_F(message_server_test, other_lengths_change_nothing) {
     EXPECT_EQ(handler(3, nullptr, row.shortest), -9) << row.code;
     EXPECT_EQ(log_lines.back(), "ptr_mtext is NULL, failed(-9).\r\n");
   }
+  set(3, 46, "\x01");
 }
 
 TEST_F(message_server_test, longest_and_shortest_texts) {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -106,10 +107,11 @@ TEST(settings, DISABLED_of_a_row) {
 }
 
 TEST(settings, are_taken_when_they_are_valid) {
+  const std::string program = std::filesystem::read_symlink("/proc/self/exe");
   for (size_t i = 0; i < std::size(SETTINGS); ++i) {
-    const auto run_row = [i] {
+    const auto run_row = [&program, i] {
       setenv("ROW", std::to_string(i).c_str(), 1);
-      execl("/proc/self/exe", "test", "--gtest_also_run_disabled_tests", "--gtest_filter=settings.DISABLED_of_a_row",
+      execl(program.c_str(), "test", "--gtest_also_run_disabled_tests", "--gtest_filter=settings.DISABLED_of_a_row",
             nullptr);
       return 127;
     };
