@@ -97,11 +97,27 @@ __attribute__((cold)) uint32_t expand_rest(const line_id_param_set& letters, con
   return used;
 }
 
+// What a block has written too far goes away again: the caller's buffer was zeroed.
+inline uint32_t clear_behind(char* out, uint32_t used) {
+  if (LINE_ID_EXPANSION_LEN - used >= BLOCK_LEN) {
+    std::memset(out + used, 0, BLOCK_LEN);
+  } else {
+    std::memset(out + used, 0, LINE_ID_EXPANSION_LEN - used);
+  }
+  return used;
+}
+
+// expand_rest, and zeros behind it.
+__attribute__((cold, noinline)) uint32_t finish(const line_id_param_set& letters, const known_template& known,
+                                                const template_step* step, char* out, uint32_t used) {
+  return clear_behind(out, expand_rest(letters, known, step, out, used));
+}
+
 uint32_t expand_with_text(const line_id_param_set& letters, const known_template& known, const template_step* step,
                           char* out, uint32_t used);
 
-// The steps from `step` on, by blocks as long as there is room for any: octets used in all. It calls nothing but its
-// end, so that everything stays in registers.
+// The steps from `step` on, by blocks as long as there is room for any: octets used in all, zeros behind them. It calls
+// nothing but its end, so that everything stays in registers.
 __attribute__((noinline)) uint32_t expand_steps(const line_id_param_set& letters, const known_template& known,
                                                 const template_step* step, char* out, uint32_t used) {
   char* to = out + used;
@@ -128,7 +144,7 @@ __attribute__((noinline)) uint32_t expand_steps(const line_id_param_set& letters
     }
   }
   used = static_cast<uint32_t>(to - out);
-  return step == end ? used : expand_rest(letters, known, step, out, used);
+  return step == end ? clear_behind(out, used) : finish(letters, known, step, out, used);
 }
 
 // The same when the letter of `step` is a MAC address or a long number, which becomes a text first.
@@ -256,21 +272,13 @@ int32_t line_id_expand_template(int32_t set, std::string_view fmt, char* out) {
     return LINE_ID_ERR_LEVEL;
   }
   const known_template& known = steps_of(fmt);
-  uint32_t used = known.literal_len;
+  const line_id_param_set& letters = g_params[set];
   if (known.is_literal) {
-    std::memcpy(out, known.text, used);
-  } else if (line_id_log_enabled(LOG_GENERAL, 2)) {
-    used = expand_rest(g_params[set], known, known.steps, out, 0);
-  } else {
-    used = expand_steps(g_params[set], known, known.steps, out, 0);
+    std::memcpy(out, known.text, known.literal_len);
+    return static_cast<int32_t>(clear_behind(out, known.literal_len));
   }
-  // What a block has written too far goes away again: the caller's buffer was zeroed.
-  if (LINE_ID_EXPANSION_LEN - used >= BLOCK_LEN) {
-    std::memset(out + used, 0, BLOCK_LEN);
-  } else {
-    std::memset(out + used, 0, LINE_ID_EXPANSION_LEN - used);
-  }
-  return static_cast<int32_t>(used);
+  return static_cast<int32_t>(line_id_log_enabled(LOG_GENERAL, 2) ? finish(letters, known, known.steps, out, 0)
+                                                                  : expand_steps(letters, known, known.steps, out, 0));
 }
 
 int32_t line_id_print_format(int32_t set, const char* fmt, char* out) {
