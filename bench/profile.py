@@ -19,8 +19,7 @@ FRAMES = 100
 # What a function belongs to; the first pattern that is found in its name counts.
 GROUPS = [
     ("checks of ingress", r"check_vlan_tag_num|check_dhcp_pkt|check_ip_header|check_udp_header|bench_desk"),
-    ("callbacks and facts", r"hal_param_func|write_onu|write_frame_facts|get_tech|get_olt|get_onu|get_access|param_proc"),
-    ("letters written", r"write_line_letters|param_write|put_text|store_text|reset_params|strlen"),
+    ("callbacks, facts and letters", r"hal_|get_olt|get_onu|get_access|param_proc|param_write|strlen"),
     ("texts expanded", r"expand_|text_of_number|decimal_text|to_chars|mac_digits|memcmp|memchr|template_view|take_apart"),
     ("identifiers chosen", r"circuit|remote|cfg_of|_cfg\(|choose_"),
     ("options walked, option rebuilt", r"::upstream|walk_options|replace_option|build_anew|append|option82"),
