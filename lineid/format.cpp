@@ -97,6 +97,12 @@ __attribute__((cold)) uint32_t expand_rest(const line_id_param_set& letters, con
   return used;
 }
 
+// A text longer than a block, by blocks that end where it ends.
+inline void copy_long(char* to, const char* text, uint32_t len) {
+  for (uint32_t at = 0; at + BLOCK_LEN < len; at += BLOCK_LEN) std::memcpy(to + at, text + at, BLOCK_LEN);
+  std::memcpy(to + len - BLOCK_LEN, text + len - BLOCK_LEN, BLOCK_LEN);
+}
+
 // What a block has written too far goes away again: the caller's buffer was zeroed.
 inline uint32_t clear_behind(char* out, uint32_t used) {
   if (LINE_ID_EXPANSION_LEN - used >= BLOCK_LEN) {
@@ -137,7 +143,7 @@ __attribute__((noinline)) uint32_t expand_steps(const line_id_param_set& letters
     } else if (len == 0) {
       *to++ = '0';
     } else if (len < PARAM_NUMBER) {
-      std::memcpy(to, letters.text[slot], LINE_ID_TEXT_SIZE);
+      copy_long(to, letters.text[slot], len);
       to += len;
     } else {
       return expand_with_text(letters, known, step, out, static_cast<uint32_t>(to - step->len - out));

@@ -12,7 +12,9 @@ using namespace std::string_literals;
 std::string expand(int32_t set, const std::string& fmt) {
   char out[256] = {};
   const int32_t len = line_id_print_format(set, fmt.c_str(), out);
-  return len >= 0 ? std::string(out, static_cast<size_t>(len)) : std::to_string(len);
+  if (len < 0) return std::to_string(len);
+  EXPECT_EQ(std::string(out + len, sizeof(out) - len), std::string(sizeof(out) - len, '\0')) << fmt; // zeros behind it
+  return std::string(out, static_cast<size_t>(len));
 }
 
 TEST_F(format_test, the_checker_wants_a_delimiter_behind_each_reference) {
@@ -85,6 +87,16 @@ TEST_F(format_test, numbers_are_written_anywhere_in_a_text) {
       const std::string digits = std::to_string(number);
       EXPECT_EQ(expand(5, literal + "%s/%s"), literal + digits + "/" + digits) << in_front;
     }
+  }
+}
+
+TEST_F(format_test, a_text_shows_nothing_of_what_its_buffer_held) {
+  char text[LINE_ID_TEXT_SIZE];
+  std::memset(text, 'w', sizeof(text));
+  for (size_t len = 50; len > 0; --len) {
+    line_id_put_text(g_params[0], 'm', text, len);
+    EXPECT_EQ(expand(0, "%m"), std::string(len, 'w'));
+    EXPECT_EQ(expand(0, "%m.%m"), std::string(len, 'w') + "." + std::string(len, 'w'));
   }
 }
 
