@@ -65,7 +65,8 @@ uint64_t sum_of_parts() {
     }
   }
   const uint64_t units = uint64_t{g_line_id_buf_pool_num} * (sizeof(line_id_unit) + sizeof(line_id_pkt_info));
-  const uint64_t queue = uint64_t{PAL_MSGQ_PRIORITIES} * LINE_ID_MSG_DEPTH * sizeof(line_id_msg);
+  constexpr uint32_t RINGS = PAL_MSGQ_PRIORITIES + 1; // and the agent's own
+  const uint64_t queue = uint64_t{RINGS} * LINE_ID_MSG_DEPTH * sizeof(line_id_msg);
   return units + sizeof(line_id_buf_pool) + 2 * BINDINGS * sizeof(line_id_binding_entry) + letters * LINE_ID_TEXT_SIZE +
          queue + 2 * sizeof(line_id_cmd_area) + LINE_ID_MSG_DEPTH * EVENT;
 }

@@ -106,8 +106,7 @@ struct __attribute__((packed)) line_id_msg {
 };
 static_assert(sizeof(line_id_msg) == 9);
 
-constexpr uint32_t LINE_ID_MSG_PRIORITY_CFG = 1; // served first
-constexpr uint32_t LINE_ID_MSG_PRIORITY_PACKET = 3;
+constexpr uint32_t LINE_ID_MSG_PRIORITY_CFG = 1; // served first; frames are sent with pal_msgQ_send_own
 constexpr uint32_t LINE_ID_MSG_DEPTH = 2048;
 
 // A command area, shared between processes.

@@ -226,8 +226,7 @@ int32_t line_id_send_pkt_msg(uint32_t kind, line_id_unit* unit, uint32_t) {
   msg.kind = static_cast<uint16_t>(kind);
   msg.pointer = line_id_buf_pool_handle(unit);
   line_id_buf_pool_mark_queued(unit, msg.kind);
-  const int32_t sent =
-      pal_msgQ_send_priority(g_line_id_msg_id, &msg, static_cast<uint32_t>(sizeof(msg)), LINE_ID_MSG_PRIORITY_PACKET);
+  const int32_t sent = pal_msgQ_send_own(g_line_id_msg_id, &msg, static_cast<uint32_t>(sizeof(msg)));
   if (sent >= 0) return LINE_ID_OK;
   LINE_ID_WARN(LOG_GENERAL, "line_id_send_pkt_msg failed(%d).\r\n", sent);
   return LINE_ID_ERR_SEND_MSG;

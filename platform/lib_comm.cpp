@@ -3,10 +3,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <mutex>
 #include <new>
 
 #include "include/line_id.h"
+#include "platform/pal_ring_end.h"
 
 namespace {
 
@@ -16,7 +16,7 @@ constexpr uint32_t STOP_FLAG = 1;
 constexpr int32_t STOP_TICKS = 5;
 
 // Room for every message that the queue can hold. The worker runs each event before it fetches again, so its own events
-// never fill this; another thread that does is told so. A power of two: positions count on for ever and wrap.
+// never fill this; another thread that does is told so. A power of two, as positions wrap.
 constexpr uint32_t MAX_EVENTS = 2048;
 static_assert((MAX_EVENTS & (MAX_EVENTS - 1)) == 0);
 
@@ -38,9 +38,8 @@ struct lib_comm_state {
   std::atomic<uint32_t> references;
   std::atomic<bool> started;
   lib_comm_log log;
-  std::mutex lock;             // between threads that add events; the worker takes them without it
-  std::atomic<uint32_t> first; // the next event due; moved by the worker
-  std::atomic<uint32_t> end;   // where the next one goes; moved with the lock held
+  std::atomic<uint32_t> first; // the position of the next event due; moved by the worker
+  pal_ring_end end;            // where the next one goes
   lib_comm_event events[MAX_EVENTS];
 };
 
@@ -48,9 +47,9 @@ namespace {
 
 bool next_event(lib_comm_state& state, lib_comm_event& event) {
   const uint32_t first = state.first.load(std::memory_order_relaxed);
-  if (first == state.end.load(std::memory_order_acquire)) return false;
-  event = state.events[first % MAX_EVENTS];
-  state.first.store(first + 1, std::memory_order_release); // from here on the place may be filled again
+  if (first == pal_ring_position(state.end)) return false;
+  event = state.events[pal_ring_index(first) % MAX_EVENTS];
+  state.first.store(first + PAL_RING_STEP, std::memory_order_release); // from here on the place may be filled again
   return true;
 }
 
@@ -118,12 +117,12 @@ int32_t lib_comm_thread_call(lib_comm_task* task) {
 int32_t lib_comm_thread_add_event(lib_comm_lib* lib, int32_t (*function)(lib_comm_task*), void* argument, int32_t) {
   if (lib == nullptr || function == nullptr) return LINE_ID_ERR;
   lib_comm_state& state = *lib->state;
-  const std::lock_guard<std::mutex> guard(state.lock);
-  const uint32_t end = state.end.load(std::memory_order_relaxed);
-  if (end - state.first.load(std::memory_order_acquire) == MAX_EVENTS) return LINE_ID_ERR;
-  state.events[end % MAX_EVENTS] = {function, argument};
-  state.end.store(end + 1, std::memory_order_release);
-  return LINE_ID_OK;
+  uint32_t end = 0;
+  if (!pal_ring_hold(state.end, end)) return LINE_ID_ERR;
+  const bool room = end - state.first.load(std::memory_order_acquire) != MAX_EVENTS * PAL_RING_STEP;
+  if (room) state.events[pal_ring_index(end) % MAX_EVENTS] = {function, argument};
+  pal_ring_release(state.end, room ? end + PAL_RING_STEP : end);
+  return room ? LINE_ID_OK : LINE_ID_ERR;
 }
 
 void* lib_comm_thread_drop_event(lib_comm_lib* lib) {

@@ -51,9 +51,12 @@ int32_t pal_msgQ_create_ex(pal_msgQ_id* id, uint32_t key, uint32_t depth, uint32
 // Never waits for room. 0, or -1: full, absent, a length other than the queue's, or no such priority; also when a
 // process that lives but does not run has been holding the queue's lock for 50 ms, with priority 1 for 600 ticks.
 int32_t pal_msgQ_send_priority(pal_msgQ_id id, const void* message, uint32_t len, uint32_t priority);
+// The same to whoever receives in this process, after all messages of other kinds. No other process sees these
+// messages, and none can hold them up; they count against the room that the reserve leaves. Allocates nothing.
+int32_t pal_msgQ_send_own(pal_msgQ_id id, const void* message, uint32_t len);
 // Octets received, or -1 when `wait` ticks have passed; so long a message may lie there whose sender was killed while
 // it woke the receiver. An absent queue, or one whose lock a stopped process holds, lets them pass too, unless `wait`
-// is for ever: then it fails at once. `flags` is not used.
+// is for ever: then it fails at once. One thread of a process at a time. `flags` is not used.
 int32_t pal_msgQ_receive_wait_priority(pal_msgQ_id id, void* buffer, uint32_t size, int32_t wait, int32_t flags);
 // Give the queue up in this process (its shared state stays). Tests and processes that detach.
 void pal_msgQ_close(pal_msgQ_id* id);

@@ -1,11 +1,13 @@
 // Message queues: one ring for each priority in one record, private or in shared memory, under a lock that survives the
-// death of its holder.
+// death of its holder; and beside the record a ring of this process's own messages to itself, which no other process
+// can hold up.
 //
 // An operation takes effect with a single store (a ring's tail or head), so whatever its process dies at, the record
 // holds the state before or after it, and the next holder has nothing to mend. What another process may have scribbled
 // is checked before it is used as an index; shape and sizes come from this process's own table.
 #include "platform/pal.h"
 
+#include <bit>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -13,8 +15,8 @@
 #include <mutex>
 #include <new>
 #include <pthread.h>
-#include <sched.h>
 
+#include "platform/pal_ring_end.h"
 #include "platform/pal_settings.h"
 #include "platform/pal_shared.h"
 #include "platform/pal_wait.h"
@@ -24,8 +26,7 @@ namespace {
 constexpr uint32_t MAX_QUEUES = 32;
 constexpr uint32_t MAX_DEPTH = 65536;
 constexpr uint32_t MAX_MESSAGE = 256;
-constexpr int LOCK_LOOKS = 50;
-constexpr int LOCK_YIELDS = 50;
+constexpr size_t CACHE_LINE = 64;         // or less: what lies so far apart shares none
 constexpr int64_t LOCK_MS = 50;           // patience with a lock's holder
 constexpr int64_t LOCK_FIRST_TICKS = 600; // the same for messages of the first priority: as for a client's answer
 
@@ -45,7 +46,15 @@ struct queue_record {
   uint32_t message_size;
   std::atomic<uint32_t> asleep; // 1: a receiver may be asleep on this word
   ring rings[PAL_MSGQ_PRIORITIES];
-  pthread_mutex_t lock; // guards all but `magic`; `asleep` is cleared without it
+  pthread_mutex_t lock; // guards the rings
+};
+
+// Whoever sends to its own process. The slots lie behind it, a power of two of them, as positions wrap.
+struct own_ring {
+  pal_ring_end end;
+  uint8_t apart[CACHE_LINE];
+  std::atomic<uint32_t> first; // the position of the next message; moved by the receiver
+  uint8_t apart_too[CACHE_LINE];
 };
 
 struct shape {
@@ -55,10 +64,11 @@ struct shape {
   bool operator==(const shape&) const = default;
 };
 
-// A queue of this process. Its record is kept when the queue is closed and used again for the same shape, so that a
-// late sender cannot fault.
+// A queue of this process. Record and ring are kept when the queue is closed and used again for the same shape, so that
+// a late sender cannot fault.
 struct queue {
   queue_record* record; // null: the entry was never used
+  own_ring* own;
   shape is;
   std::atomic<bool> open;
 };
@@ -125,30 +135,12 @@ queue_record* shared_record(const shape& is) {
   return record != nullptr && is_of_shape(*record, is) ? record : nullptr;
 }
 
-// The holder may have been interrupted or even stopped: this gives its core away, then sleeps between tries, and gives
-// up after `patience_ms`. What trylock says last.
-int wait_for_lock(pthread_mutex_t& lock, int64_t patience_ms) {
-  constexpr timespec NAP = {0, 200000};
-  int ret = EBUSY;
-  for (int tries = 0; ret == EBUSY && tries < LOCK_LOOKS + LOCK_YIELDS; ++tries) {
-    if (tries < LOCK_LOOKS) {
-      pal_pause();
-    } else {
-      sched_yield();
-    }
-    ret = pthread_mutex_trylock(&lock);
-  }
-  for (const int64_t end = pal_now_ms() + patience_ms; ret == EBUSY && pal_now_ms() < end;) {
-    nanosleep(&NAP, nullptr);
-    ret = pthread_mutex_trylock(&lock);
-  }
-  return ret;
-}
-
 // The lock is held for some ten nanoseconds, so it is mostly free. A holder that has died is told by the lock itself.
 bool lock_record(queue_record& record, int64_t patience_ms = LOCK_MS) {
   int ret = pthread_mutex_trylock(&record.lock);
-  if (__builtin_expect(ret == EBUSY, 0)) ret = wait_for_lock(record.lock, patience_ms);
+  if (__builtin_expect(ret == EBUSY, 0)) {
+    pal_look_until([&] { return (ret = pthread_mutex_trylock(&record.lock)) != EBUSY; }, patience_ms);
+  }
   if (ret == EOWNERDEAD) ret = pthread_mutex_consistent(&record.lock);
   return ret == 0;
 }
@@ -168,11 +160,12 @@ span read_ring(ring& of, uint32_t slots) {
   return {0, 0};
 }
 
-uint32_t count_messages(queue_record& record, uint32_t slots) {
+uint32_t count_messages(const queue_record& record, uint32_t slots) {
   uint32_t count = 0;
-  for (ring& each : record.rings) {
-    const span used = read_ring(each, slots);
-    count += used.tail >= used.head ? used.tail - used.head : slots + used.tail - used.head;
+  for (const ring& each : record.rings) {
+    const uint32_t head = each.head.load(std::memory_order_relaxed);
+    const uint32_t tail = each.tail.load(std::memory_order_relaxed);
+    if (head < slots && tail < slots) count += tail >= head ? tail - head : slots + tail - head;
   }
   return count;
 }
@@ -184,12 +177,13 @@ uint8_t* slot_at(const queue& of, uint32_t priority, uint32_t index) {
 
 uint32_t next_slot(uint32_t index, uint32_t slots) { return index + 1 == slots ? 0 : index + 1; }
 
-// Without the lock, which the woken receiver needs at once. The mark goes first: a receiver on its way to sleep finds
-// it gone and turns back. While it stands every sender wakes; one that dies between the two leaves the receiver to the
-// end of its wait.
+// Without the lock, which the woken receiver needs at once. A receiver sets the mark and looks once more, a sender
+// moves its ring's end and looks for the mark: one of them sees the other. The mark goes before the wake: a receiver on
+// its way to sleep finds it gone and turns back. While it stands every sender wakes; one that dies between the two
+// leaves the receiver to the end of its wait.
 void wake_receiver(const queue& of) {
   queue_record& record = *of.record;
-  if (record.asleep.load(std::memory_order_relaxed) == 0) return;
+  if (record.asleep.load() == 0) return;
   record.asleep.store(0, std::memory_order_relaxed);
   pal_word_wake_all(record.asleep, word_kind(of));
 }
@@ -206,7 +200,7 @@ bool put_message(const queue& to, const void* message, uint32_t priority) {
   ring& into = to.record->rings[priority];
   const uint32_t tail = read_ring(into, slots).tail;
   std::memcpy(slot_at(to, priority, tail), message, to.is.message_size);
-  into.tail.store(next_slot(tail, slots), std::memory_order_release);
+  into.tail.store(next_slot(tail, slots)); // before the look for a sleeper
   return true;
 }
 
@@ -223,14 +217,96 @@ bool get_message(const queue& from, void* message) {
   return false;
 }
 
-// Octets received, EMPTY or UNUSABLE. Found empty, the queue is marked for a caller that is going to sleep.
-int32_t receive_one(const queue& from, void* message, int32_t wait) {
-  queue_record& record = *from.record;
-  if (!lock_record(record)) return UNUSABLE;
-  const bool got = get_message(from, message);
-  if (!got && wait != 0) record.asleep.store(1, std::memory_order_relaxed);
-  pthread_mutex_unlock(&record.lock);
-  return got ? static_cast<int32_t>(from.is.message_size) : EMPTY;
+bool has_message(const queue_record& record) {
+  bool found = false;
+  for (const ring& each : record.rings) found |= each.head.load(std::memory_order_relaxed) != each.tail.load();
+  return found;
+}
+
+// ---- this process's own messages
+
+uint32_t own_slots_of(const shape& is) { return std::bit_ceil(is.depth); }
+
+own_ring* make_own_ring(const shape& is) {
+  void* memory = std::calloc(1, sizeof(own_ring) + size_t{own_slots_of(is)} * is.message_size);
+  return memory != nullptr ? new (memory) own_ring{} : nullptr;
+}
+
+// A message of the agent's size without a call.
+void copy_message(void* to, const void* from, uint32_t size) {
+  constexpr uint32_t WORD = sizeof(uint64_t);
+  if (size - WORD > WORD) {
+    std::memcpy(to, from, size);
+    return;
+  }
+  uint64_t words[2];
+  std::memcpy(&words[0], from, WORD);
+  std::memcpy(&words[1], static_cast<const uint8_t*>(from) + size - WORD, WORD);
+  std::memcpy(to, &words[0], WORD);
+  std::memcpy(static_cast<uint8_t*>(to) + size - WORD, &words[1], WORD);
+}
+
+uint8_t* own_slot_at(const queue& of, uint32_t position) {
+  const uint32_t index = pal_ring_index(position) & (own_slots_of(of.is) - 1);
+  return reinterpret_cast<uint8_t*>(of.own + 1) + size_t{index} * of.is.message_size;
+}
+
+bool has_own_message(const own_ring& own) {
+  return own.first.load(std::memory_order_relaxed) != pal_ring_position(own.end);
+}
+
+bool get_own_message(const queue& from, void* message) {
+  own_ring& own = *from.own;
+  if (!has_own_message(own)) return false;
+  const uint32_t first = own.first.load(std::memory_order_relaxed);
+  copy_message(message, own_slot_at(from, first), from.is.message_size);
+  own.first.store(first + PAL_RING_STEP, std::memory_order_release); // from here on the slot may be filled again
+  return true;
+}
+
+bool put_own_message(const queue& to, const void* message) {
+  own_ring& own = *to.own;
+  uint32_t end = 0;
+  if (!pal_ring_hold(own.end, end)) return false;
+  const uint32_t used = pal_ring_index(end - own.first.load(std::memory_order_acquire));
+  const bool room = used < to.is.depth - PAL_MSGQ_RESERVED;
+  if (room) copy_message(own_slot_at(to, end), message, to.is.message_size);
+  pal_ring_release(own.end, room ? end + PAL_RING_STEP : end);
+  return room;
+}
+
+// ---- both
+
+// Octets received, EMPTY or UNUSABLE: other processes' messages first. While they cannot be had, our own can.
+int32_t receive_one(const queue& from, void* message, int64_t patience_ms) {
+  bool got = false;
+  int32_t result = EMPTY;
+  if (has_message(*from.record)) {
+    if (has_own_message(*from.own)) patience_ms = 0;
+    if (lock_record(*from.record, patience_ms)) {
+      got = get_message(from, message);
+      pthread_mutex_unlock(&from.record->lock);
+    } else {
+      result = UNUSABLE;
+    }
+  }
+  got = got || get_own_message(from, message);
+  return got ? static_cast<int32_t>(from.is.message_size) : result;
+}
+
+// Sleeps until a message comes or the time is over, unless one is there already: what receive_one says.
+int32_t receive_after_sleep(const queue& from, void* message, const pal_deadline& deadline) {
+  std::atomic<uint32_t>& asleep = from.record->asleep;
+  int32_t got = EMPTY;
+  bool in_time = true;
+  while (got <= 0 && in_time) {
+    asleep.exchange(1);
+    got = receive_one(from, message, 0);
+    if (got > 0) break; // the mark may be another receiver's, too, and stays
+    in_time = (got == EMPTY || !deadline.never) && pal_word_wait(asleep, 1, deadline, word_kind(from));
+    if (in_time) got = receive_one(from, message, LOCK_MS);
+  }
+  return got;
 }
 
 // A closed entry of the shape, else one never used; null when there is none.
@@ -250,6 +326,7 @@ void empty_queue(queue& of) {
   if (!lock_record(*of.record)) return;
   for (ring& each : of.record->rings) each.head.store(each.tail.load(std::memory_order_relaxed));
   pthread_mutex_unlock(&of.record->lock);
+  if (of.own != nullptr) of.own->first.store(pal_ring_position(of.own->end), std::memory_order_relaxed);
 }
 
 } // namespace
@@ -271,7 +348,8 @@ int32_t pal_msgQ_create_ex(pal_msgQ_id* id, uint32_t key, uint32_t depth, uint32
   } else if (key == 0) {
     empty_queue(*entry);
   }
-  if (entry->record == nullptr) return -1;
+  if (entry->record != nullptr && entry->own == nullptr) entry->own = make_own_ring(is);
+  if (entry->own == nullptr) return -1;
   entry->open.store(true, std::memory_order_release);
   *id = static_cast<pal_msgQ_id>(entry - g_queues) + 1;
   return 0;
@@ -288,18 +366,25 @@ int32_t pal_msgQ_send_priority(pal_msgQ_id id, const void* message, uint32_t len
   return 0;
 }
 
+int32_t pal_msgQ_send_own(pal_msgQ_id id, const void* message, uint32_t len) {
+  const queue* to = find_queue(id);
+  if (to == nullptr || message == nullptr || len != to->is.message_size || !put_own_message(*to, message)) return -1;
+  wake_receiver(*to);
+  return 0;
+}
+
 int32_t pal_msgQ_receive_wait_priority(pal_msgQ_id id, void* buffer, uint32_t size, int32_t wait, int32_t) {
   const queue* from = find_queue(id);
   const bool usable = from != nullptr && buffer != nullptr && size >= from->is.message_size;
-  int32_t got = usable ? receive_one(*from, buffer, wait) : UNUSABLE;
+  int32_t got = usable ? receive_one(*from, buffer, LOCK_MS) : UNUSABLE;
   if (got > 0) return got;
   const pal_deadline deadline = pal_deadline_after(wait);
-  while (got == EMPTY && wait != 0 && pal_word_wait(from->record->asleep, 1, deadline, word_kind(*from))) {
-    got = receive_one(*from, buffer, wait);
+  if (!usable) {
+    pal_sleep_until(deadline); // the time passes here too, so that no caller's loop spins
+  } else if (wait != 0) {
+    got = receive_after_sleep(*from, buffer, deadline);
   }
-  if (got > 0) return got;
-  if (got == UNUSABLE) pal_sleep_until(deadline); // the time passes here too, so that no caller's loop spins
-  return -1;
+  return got > 0 ? got : -1;
 }
 
 void pal_msgQ_close(pal_msgQ_id* id) {

@@ -10,7 +10,6 @@ namespace {
 
 constexpr const char* DEFAULT_PREFIX = "lineid";
 constexpr size_t MAX_PREFIX_LEN = 64;
-constexpr uint32_t DEFAULT_TICK_US = 10000;
 constexpr uint32_t MIN_TICK_US = 100;
 constexpr uint32_t MAX_TICK_US = 1000000;
 
@@ -31,7 +30,7 @@ settings read_settings() {
   if (prefix == nullptr || !is_prefix(prefix)) prefix = DEFAULT_PREFIX;
   std::snprintf(result.prefix, sizeof(result.prefix), "%s", prefix);
 
-  result.tick_us = DEFAULT_TICK_US;
+  result.tick_us = PAL_DEFAULT_TICK_US;
   if (const char* tick = secure_getenv("LINE_ID_TICK_US")) {
     const char* end = tick + std::strlen(tick);
     uint32_t value = 0;

@@ -15,7 +15,6 @@ namespace {
 constexpr int64_t US_PER_S = 1000000;
 constexpr int64_t US_PER_MS = 1000;
 constexpr int64_t NS_PER_US = 1000;
-constexpr int64_t COARSE_TICK_US = 10000;
 
 // 32-bit targets have a second call for the 64-bit time of newer C libraries.
 #ifdef SYS_futex_time64
@@ -37,9 +36,11 @@ int flag_of(pal_word kind) { return kind == pal_word::OWN ? FUTEX_PRIVATE_FLAG :
 
 uint32_t pal_tickget() {
   // Each frame asks. The same clock as it stood at the kernel's last tick is several times cheaper to read, and exact
-  // enough unless the deployment's ticks are as short as the kernel's.
+  // enough unless the deployment's ticks are as short as the kernel's. To divide by a constant is cheaper, too.
+  constexpr int64_t DEFAULT_US = PAL_DEFAULT_TICK_US;
   const auto tick_us = static_cast<int64_t>(pal_tick_us());
-  const bool coarse = tick_us >= COARSE_TICK_US;
+  if (tick_us == DEFAULT_US) return static_cast<uint32_t>(monotonic_us(CLOCK_MONOTONIC_COARSE) / DEFAULT_US);
+  const bool coarse = tick_us > DEFAULT_US;
   return static_cast<uint32_t>(monotonic_us(coarse ? CLOCK_MONOTONIC_COARSE : CLOCK_MONOTONIC) / tick_us);
 }
 

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <ctime>
+#include <sched.h>
 
 struct pal_deadline {
   timespec at; // monotonic
@@ -33,3 +34,24 @@ inline void pal_pause() {
 
 // Sleep until the deadline; does nothing when that is never.
 void pal_sleep_until(const pal_deadline& deadline);
+
+// For what is held for some ten nanoseconds by a thread that may have been interrupted, or even stopped: looks, then
+// gives its core away, then sleeps between looks. False when `look` still says so after `patience_ms`.
+template <class Look> bool pal_look_until(Look look, int64_t patience_ms) {
+  constexpr int LOOKS = 50;
+  constexpr int YIELDS = 50;
+  constexpr timespec NAP = {0, 200000};
+  for (int tries = 0; tries < LOOKS + YIELDS; ++tries) {
+    if (tries < LOOKS) {
+      pal_pause();
+    } else {
+      sched_yield();
+    }
+    if (look()) return true;
+  }
+  for (const int64_t end = pal_now_ms() + patience_ms; pal_now_ms() < end;) {
+    nanosleep(&NAP, nullptr);
+    if (look()) return true;
+  }
+  return false;
+}

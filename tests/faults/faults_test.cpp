@@ -69,16 +69,17 @@ const start_row START_ROWS[] = {
     // Two tables and their formats, the parameters; without its semaphore a binding table refuses later.
     {"built-in profile", built_in_profile, ALLOCATION, {-17, -17, -17, -17, 0, 0}},
     {"own table", own_table, ALLOCATION, {-17, 0, 0}},
-    // Four semaphores; the pool's descriptor, without which a start goes on, units and records; areas; the queue.
-    {"resources", resources, ALLOCATION, joined({times(4, -92), {0, -45, -45}, times(18, -19), {-1}})},
-    {"shared resources", shared_resources, ALLOCATION, {-92, -92, -92, -92, 0, -45, -45, -19, -19, -1}},
+    // Four semaphores; the pool's descriptor, without which a start goes on, units and records; areas; the queue and
+    // its own ring.
+    {"resources", resources, ALLOCATION, joined({times(4, -92), {0, -45, -45}, times(18, -19), {-1, -1}})},
+    {"shared resources", shared_resources, ALLOCATION, {-92, -92, -92, -92, 0, -45, -45, -19, -19, -1, -1}},
     {"resources", resources, SEM_CREATE, {-92}},
     {"shared resources", shared_resources, SEM_OPEN, times(3, -92)},
     {"shared resources", shared_resources, SHARED_MEMORY, times(18, -19)},
     {"resources", resources, QUEUE_CREATE, {-1}},
     {"worker", worker, SEM_CREATE, {-1}},
     {"worker", worker, QUEUE_CREATE, {-1}},
-    {"worker", worker, ALLOCATION, joined({times(4, -1), {0}, times(21, -1), {-9, -9}})},
+    {"worker", worker, ALLOCATION, joined({times(4, -1), {0}, times(22, -1), {-9, -9}})},
     {"worker", worker, WORKER_START, {-100}},
     {"client", client, SEM_OPEN, times(3, -18)},
     {"client", client, SHARED_MEMORY, times(18, -19)},

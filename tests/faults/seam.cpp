@@ -80,8 +80,8 @@ SEAM(SEM_OPEN, pal_sem*, "_Z12pal_sem_openP7pal_semjPKcj",
 SEAM(SEM_TAKE, int32_t, "_Z12pal_sem_takeP7pal_semi", (pal_sem * sem, int32_t ticks), (sem, ticks), -1)
 SEAM(QUEUE_CREATE, int32_t, "_Z18pal_msgQ_create_exPijjjj",
      (pal_msgQ_id * id, uint32_t key, uint32_t depth, uint32_t size, uint32_t flags), (id, key, depth, size, flags), -1)
-SEAM(QUEUE_SEND, int32_t, "_Z22pal_msgQ_send_priorityiPKvjj",
-     (pal_msgQ_id id, const void* message, uint32_t len, uint32_t priority), (id, message, len, priority), -1)
+SEAM(QUEUE_SEND, int32_t, "_Z17pal_msgQ_send_owniPKvj", (pal_msgQ_id id, const void* message, uint32_t len),
+     (id, message, len), -1)
 SEAM(SHARED_MEMORY, void*, "_Z18pal_share_mem_initjj", (uint32_t key, uint32_t size), (key, size), PAL_NO_MEM)
 SEAM(EVENT_ADD, int32_t, "_Z25lib_comm_thread_add_eventP12lib_comm_libPFiP13lib_comm_taskEPvi",
      (lib_comm_lib * lib, int32_t (*function)(lib_comm_task*), void* argument, int32_t flag),

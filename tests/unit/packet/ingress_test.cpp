@@ -196,7 +196,7 @@ TEST_F(ingress_test, before_the_pool_exists) {
 
 TEST_F(ingress_test, a_full_queue_gives_the_unit_back) {
   const octets junk(9, 0xFF);
-  while (pal_msgQ_send_priority(g_line_id_msg_id, junk.data(), 9, 3) == 0) {
+  while (pal_msgQ_send_own(g_line_id_msg_id, junk.data(), 9) == 0) {
   }
   for (const protocol_case& row : PROTOCOLS) {
     line_id_reset_statistics_cfg();

@@ -35,8 +35,11 @@ struct __attribute__((packed)) numbered {
 };
 static_assert(sizeof(numbered) == SIZE);
 
+constexpr uint32_t OWN = 4; // in place of a priority: as to this process itself
+
 int32_t send_number(pal_msgQ_id id, uint32_t number, uint32_t priority, uint8_t sender = 0) {
   const numbered message = {sender, number, ~number};
+  if (priority == OWN) return pal_msgQ_send_own(id, &message, SIZE);
   return pal_msgQ_send_priority(id, &message, SIZE, priority);
 }
 
@@ -57,9 +60,9 @@ uint8_t* map_record(const char* suffix) {
 
 TEST(queue, serves_smaller_priorities_first_and_in_order) {
   pal_msgQ_id id = open_queue(0);
-  const uint32_t priorities[] = {3, 1, 3, 2, 0, 1, 3};
-  for (uint32_t i = 0; i < 7; ++i) ASSERT_EQ(send_number(id, i, priorities[i]), 0);
-  for (const int64_t expected : {4, 1, 5, 3, 0, 2, 6, -1}) EXPECT_EQ(next_number(id), expected);
+  const uint32_t priorities[] = {3, 1, OWN, 3, 2, 0, OWN, 1, 3};
+  for (uint32_t i = 0; i < 9; ++i) ASSERT_EQ(send_number(id, i, priorities[i]), 0);
+  for (const int64_t expected : {5, 1, 7, 4, 0, 3, 8, 2, 6, -1}) EXPECT_EQ(next_number(id), expected);
   pal_msgQ_close(&id);
 }
 
@@ -80,6 +83,21 @@ TEST(queue, keeps_its_last_slots_for_configuration) {
   }
 }
 
+TEST(queue, own_messages_have_a_room_of_their_own) {
+  pal_msgQ_id id = open_queue(30);
+  for (uint32_t round = 0; round < 2; ++round) { // the second round wraps
+    while (send_number(id, 0, 3) == 0) {         // as other processes may
+    }
+    for (uint32_t i = 0; i < 1984; ++i) ASSERT_EQ(send_number(id, i, OWN), 0) << i;
+    EXPECT_EQ(send_number(id, 0, OWN), -1);
+    EXPECT_EQ(send_number(id, 5000, 1), 0);
+    EXPECT_EQ(wait_child(start_child([] { return next_number(open_queue(30)) == 5000 ? 0 : 1; })), 0);
+    for (uint32_t i = 0; i < 1984; ++i) ASSERT_EQ(next_number(id), 0);
+    for (int64_t i = 0; i < 1984; ++i) ASSERT_EQ(next_number(id), i);
+    EXPECT_EQ(next_number(id), -1);
+  }
+}
+
 TEST(queue, refuses_what_does_not_fit) {
   pal_msgQ_id id = open_queue(22);
   uint8_t buffer[16] = {};
@@ -87,8 +105,11 @@ TEST(queue, refuses_what_does_not_fit) {
   EXPECT_EQ(pal_msgQ_send_priority(id, buffer, 10, 1), -1);
   EXPECT_EQ(pal_msgQ_send_priority(id, buffer, 9, 4), -1);
   EXPECT_EQ(pal_msgQ_send_priority(id, nullptr, 9, 1), -1);
+  EXPECT_EQ(pal_msgQ_send_own(id, buffer, 8), -1);
+  EXPECT_EQ(pal_msgQ_send_own(id, nullptr, 9), -1);
   for (const pal_msgQ_id absent : {0, -1, 31, 33, 1 << 30}) {
     EXPECT_EQ(pal_msgQ_send_priority(absent, buffer, 9, 1), -1);
+    EXPECT_EQ(pal_msgQ_send_own(absent, buffer, 9), -1);
     EXPECT_EQ(pal_msgQ_receive_wait_priority(absent, buffer, 9, 0, 0), -1);
   }
   EXPECT_EQ(send_number(id, 7, 1), 0);
@@ -119,6 +140,7 @@ TEST(queue, an_open_id_is_kept_for_its_key_only) {
   ASSERT_EQ(send_number(id, 2, 3), 0);
   EXPECT_EQ(next_number(other), -1) << "two private queues are one";
 
+  ASSERT_EQ(send_number(id, 3, OWN), 0);
   for (int turn = 0; turn < 100; ++turn) { // no entry is lost by changing between them
     ASSERT_EQ(pal_msgQ_create_ex(&id, 24, DEPTH, SIZE, 0), 0);
     ASSERT_EQ(pal_msgQ_create_ex(&id, 0, DEPTH, SIZE, 0), 0);
@@ -153,7 +175,7 @@ TEST(queue, receive_waits_its_ticks_and_wakes_on_a_send) {
 }
 
 // The receiver empties the queue and goes to sleep while the next message comes, a little later each time.
-TEST(queue, a_message_is_not_slept_through) {
+void expect_woken_for_each(uint32_t priority) {
   constexpr uint32_t ROUNDS = 30000;
   pal_msgQ_id id = open_queue(0);
   std::atomic<int64_t> taken{-1};
@@ -161,7 +183,7 @@ TEST(queue, a_message_is_not_slept_through) {
     for (uint32_t i = 0; i < ROUNDS; ++i) {
       while (taken != static_cast<int64_t>(i) - 1) std::this_thread::yield();
       for (uint32_t spin = i % 200; spin > 0; --spin) asm volatile("");
-      send_number(id, i, 3);
+      send_number(id, i, priority);
     }
   });
   uint32_t late = 0;
@@ -174,6 +196,11 @@ TEST(queue, a_message_is_not_slept_through) {
   pal_msgQ_close(&id);
 }
 
+TEST(queue, a_message_is_not_slept_through) {
+  expect_woken_for_each(3);
+  expect_woken_for_each(OWN);
+}
+
 TEST(queue, many_senders_lose_nothing) {
   constexpr uint8_t SENDERS = 4;
   constexpr uint32_t EACH = 5000;
@@ -182,7 +209,7 @@ TEST(queue, many_senders_lose_nothing) {
   for (uint8_t sender = 0; sender < SENDERS; ++sender) {
     threads.emplace_back([id, sender] {
       for (uint32_t i = 0; i < EACH; ++i) {
-        while (send_number(id, i, sender % 2 == 0 ? 1 : 3, sender) != 0) std::this_thread::yield();
+        while (send_number(id, i, sender % 2 == 0 ? 1 : OWN, sender) != 0) std::this_thread::yield();
       }
     });
   }
@@ -257,7 +284,7 @@ TEST(queue, survives_killed_and_stopped_processes) {
 }
 
 // A process that lives and does not run, as on a busy machine: the lock lies behind twelve words.
-TEST(queue, configuration_waits_for_a_lock_that_frames_give_up_on) {
+TEST(queue, configuration_waits_for_a_lock_that_others_give_up_on_and_frames_do_not_need) {
   constexpr size_t LOCK = 12 * sizeof(uint32_t);
   pal_msgQ_id id = open_queue(29);
   int held[2];
@@ -270,12 +297,20 @@ TEST(queue, configuration_waits_for_a_lock_that_frames_give_up_on) {
     pause_ms(150);
     return pthread_mutex_unlock(lock);
   });
+  ASSERT_EQ(send_number(id, 0, 1), 0);
   char sign = 0;
   ASSERT_EQ(read(held[0], &sign, 1), 1);
   EXPECT_EQ(send_number(id, 1, 3), -1);
+  const int64_t start = now_ms();
+  for (uint32_t i = 10; i < 30; ++i) {
+    ASSERT_EQ(send_number(id, i, OWN), 0);
+    ASSERT_EQ(next_number(id, 100), i);
+  }
+  EXPECT_LT(now_ms() - start, 200) << "frames wait for another process";
   ASSERT_EQ(write(wanted[1], &sign, 1), 1);
   EXPECT_EQ(send_number(id, 2, 1), 0);
   EXPECT_EQ(wait_child(child), 0);
+  EXPECT_EQ(next_number(id), 0);
   EXPECT_EQ(next_number(id), 2);
   EXPECT_EQ(next_number(id), -1);
   for (const int fd : {held[0], held[1], wanted[0], wanted[1]}) close(fd);
