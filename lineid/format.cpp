@@ -97,12 +97,6 @@ __attribute__((cold)) uint32_t expand_rest(const line_id_param_set& letters, con
   return used;
 }
 
-// A text longer than a block, by blocks that end where it ends.
-inline void copy_long(char* to, const char* text, uint32_t len) {
-  for (uint32_t at = 0; at + BLOCK_LEN < len; at += BLOCK_LEN) std::memcpy(to + at, text + at, BLOCK_LEN);
-  std::memcpy(to + len - BLOCK_LEN, text + len - BLOCK_LEN, BLOCK_LEN);
-}
-
 // What a block has written too far goes away again: the caller's buffer was zeroed.
 inline uint32_t clear_behind(char* out, uint32_t used) {
   if (LINE_ID_EXPANSION_LEN - used >= BLOCK_LEN) {
@@ -120,6 +114,8 @@ __attribute__((cold, noinline)) uint32_t finish(const line_id_param_set& letters
 }
 
 uint32_t expand_with_text(const line_id_param_set& letters, const known_template& known, const template_step* step,
+                          char* out, uint32_t used);
+uint32_t expand_long_text(const line_id_param_set& letters, const known_template& known, const template_step* step,
                           char* out, uint32_t used);
 
 // The steps from `step` on, by blocks as long as there is room for any: octets used in all, zeros behind them. It calls
@@ -143,8 +139,7 @@ __attribute__((noinline)) uint32_t expand_steps(const line_id_param_set& letters
     } else if (len == 0) {
       *to++ = '0';
     } else if (len < PARAM_NUMBER) {
-      copy_long(to, letters.text[slot], len);
-      to += len;
+      return expand_long_text(letters, known, step, out, static_cast<uint32_t>(to - out));
     } else {
       return expand_with_text(letters, known, step, out, static_cast<uint32_t>(to - step->len - out));
     }
@@ -158,6 +153,14 @@ __attribute__((noinline)) uint32_t expand_with_text(const line_id_param_set& let
                                                     const template_step* step, char* out, uint32_t used) {
   line_id_param_view(set_of(letters), step->letter);
   return expand_steps(letters, known, step, out, used);
+}
+
+// The same when that letter is a text longer than a block, and the octets of `step` are there already.
+__attribute__((noinline)) uint32_t expand_long_text(const line_id_param_set& letters, const known_template& known,
+                                                    const template_step* step, char* out, uint32_t used) {
+  const uint32_t len = letters.len[step->letter];
+  std::memcpy(out + used, letters.text[step->letter], len);
+  return expand_steps(letters, known, step + 1, out, used + len);
 }
 
 void add_octet(known_template& known, uint32_t at) {

@@ -178,23 +178,31 @@ line_id_unit* take_unit(const ingress_row& row, uint8_t direct) {
   return nullptr;
 }
 
-int32_t enqueue(const ingress_row& row, const trapped_frame& frame) {
+__attribute__((always_inline)) inline int32_t post(const ingress_row& row, const trapped_frame& frame,
+                                                   line_id_unit* unit) {
   constexpr uint32_t FRAME_MSG_EXTRA = 16;
-  line_id_unit* unit = take_unit(row, frame.direct);
-  if (unit == nullptr) return LINE_ID_ERR_POOL;
-  fill_unit(unit, row, frame);
-  const bool traced = row.whole_record && line_id_log_enabled(row.log, 2);
-  if (traced) trace_unit(unit, row.log);
-
   const int32_t sent = line_id_send_pkt_msg(row.kind, unit, frame.len + FRAME_MSG_EXTRA);
-  if (sent == LINE_ID_OK) {
-    if (traced) LINE_ID_INFO(row.log, "\r\n line_id_send_pkt_msg ok!\r");
-    return LINE_ID_OK;
-  }
+  if (sent == LINE_ID_OK) return LINE_ID_OK;
   line_id_inc_drop_pkt_count(frame.direct, static_cast<int8_t>(row.packet_type));
   LINE_ID_WARN(row.log, "fail to send %s msg to msg queue.\r", row.name);
   if (line_id_buf_pool_unmark_queued(unit, row.kind)) line_id_buf_pool_free(unit, &g_line_id_pkt_sem);
   return sent;
+}
+
+__attribute__((cold, noinline)) int32_t post_traced(const ingress_row& row, const trapped_frame& frame,
+                                                    line_id_unit* unit) {
+  trace_unit(unit, row.log);
+  const int32_t sent = post(row, frame, unit);
+  if (sent == LINE_ID_OK) LINE_ID_INFO(row.log, "\r\n line_id_send_pkt_msg ok!\r");
+  return sent;
+}
+
+int32_t enqueue(const ingress_row& row, const trapped_frame& frame) {
+  line_id_unit* unit = take_unit(row, frame.direct);
+  if (unit == nullptr) return LINE_ID_ERR_POOL;
+  fill_unit(unit, row, frame);
+  if (row.whole_record && line_id_log_enabled(row.log, 2)) return post_traced(row, frame, unit);
+  return post(row, frame, unit);
 }
 
 // ---- the common road
