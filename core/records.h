@@ -95,6 +95,7 @@ enum line_id_msg_kind : uint16_t {
   MSG_DHCPV4 = 3,
   MSG_DHCPV6 = 4,
   MSG_PPPOE = 5,
+  MSG_NONE = 0xFFFF, // wakes the worker, as every kind that it does not know
 };
 
 // The queue message; the wire format between processes.

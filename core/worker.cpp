@@ -77,6 +77,8 @@ void give_back_events(lib_comm_lib* mgr) {
 } // namespace
 
 int32_t line_id_msg_func(void* arg, int32_t wait) {
+  // A time limit is for other processes, which may be killed before they wake the worker; a stop wakes it.
+  if (wait > 0 && pal_msgQ_is_private(g_line_id_msg_id) == 1) wait = -1;
   line_id_msg msg = {};
   const int32_t received =
       pal_msgQ_receive_wait_priority(g_line_id_msg_id, &msg, static_cast<uint32_t>(sizeof(msg)), wait, RECEIVE_FLAGS);
@@ -124,5 +126,8 @@ int32_t line_id_stop(void) {
   mgr->stop_flags.fetch_or(1U);
   const int32_t ret = lib_comm_lib_stop(mgr);
   lib_comm_release(mgr);
+  line_id_msg nothing = {};
+  nothing.kind = MSG_NONE;
+  pal_msgQ_send_own(g_line_id_msg_id, &nothing, static_cast<uint32_t>(sizeof(nothing))); // full: nobody sleeps
   return ret;
 }

@@ -6,7 +6,6 @@
 #include <new>
 
 #include "include/line_id.h"
-#include "platform/pal_ring_end.h"
 
 namespace {
 
@@ -15,9 +14,9 @@ constexpr uint32_t STOP_FLAG = 1;
 // The longest wait of a fetch, so that a stop is seen within 50 ms.
 constexpr int32_t STOP_TICKS = 5;
 
-// Room for every message that the queue can hold. The worker runs each event before it fetches again, so its own events
-// never fill this; another thread that does is told so. A power of two, as positions wrap.
-constexpr uint32_t MAX_EVENTS = 2048;
+// The worker runs each event before it fetches again; a fetch that adds more is told so. A power of two, as positions
+// count on for ever and wrap.
+constexpr uint32_t MAX_EVENTS = 64;
 static_assert((MAX_EVENTS & (MAX_EVENTS - 1)) == 0);
 
 } // namespace
@@ -38,18 +37,16 @@ struct lib_comm_state {
   std::atomic<uint32_t> references;
   std::atomic<bool> started;
   lib_comm_log log;
-  std::atomic<uint32_t> first; // the position of the next event due; moved by the worker
-  pal_ring_end end;            // where the next one goes
+  uint32_t first; // the position of the next event due
+  uint32_t end;   // where the next one goes
   lib_comm_event events[MAX_EVENTS];
 };
 
 namespace {
 
 bool next_event(lib_comm_state& state, lib_comm_event& event) {
-  const uint32_t first = state.first.load(std::memory_order_relaxed);
-  if (first == pal_ring_position(state.end)) return false;
-  event = state.events[pal_ring_index(first) % MAX_EVENTS];
-  state.first.store(first + PAL_RING_STEP, std::memory_order_release); // from here on the place may be filled again
+  if (state.first == state.end) return false;
+  event = state.events[state.first++ % MAX_EVENTS];
   return true;
 }
 
@@ -117,12 +114,9 @@ int32_t lib_comm_thread_call(lib_comm_task* task) {
 int32_t lib_comm_thread_add_event(lib_comm_lib* lib, int32_t (*function)(lib_comm_task*), void* argument, int32_t) {
   if (lib == nullptr || function == nullptr) return LINE_ID_ERR;
   lib_comm_state& state = *lib->state;
-  uint32_t end = 0;
-  if (!pal_ring_hold(state.end, end)) return LINE_ID_ERR;
-  const bool room = end - state.first.load(std::memory_order_acquire) != MAX_EVENTS * PAL_RING_STEP;
-  if (room) state.events[pal_ring_index(end) % MAX_EVENTS] = {function, argument};
-  pal_ring_release(state.end, room ? end + PAL_RING_STEP : end);
-  return room ? LINE_ID_OK : LINE_ID_ERR;
+  if (state.end - state.first == MAX_EVENTS) return LINE_ID_ERR;
+  state.events[state.end++ % MAX_EVENTS] = {function, argument};
+  return LINE_ID_OK;
 }
 
 void* lib_comm_thread_drop_event(lib_comm_lib* lib) {

@@ -21,7 +21,8 @@ struct lib_comm_lib {
   struct lib_comm_state* state;
 };
 
-// Called when no event is due, with the instance as `arg` and a bounded wait in ticks; negative when nothing came.
+// Called when no event is due, with the instance as `arg` and a bounded wait in ticks; negative when nothing came. It
+// may wait longer if whoever stops the instance wakes it.
 using lib_comm_fetch_func = int32_t (*)(void* arg, int32_t wait);
 
 // A new instance, or null. It is counted: lib_comm_release frees it when neither the loop nor a stopper uses it.
@@ -38,7 +39,8 @@ void* lib_comm_openzlog(lib_comm_lib* lib, int32_t option, int32_t size, int32_t
 lib_comm_task* lib_comm_thread_fetch_with_func(lib_comm_lib* lib, lib_comm_task* task, lib_comm_fetch_func fetch,
                                                int32_t wait);
 int32_t lib_comm_thread_call(lib_comm_task* task);
-// Queue `function(argument)` for the worker: 0, or -1 when there is no room.
+// Queue `function(argument)` behind the events that are due: 0, or -1 when there is no room. The worker, from its fetch
+// function and its events.
 int32_t lib_comm_thread_add_event(lib_comm_lib* lib, int32_t (*function)(lib_comm_task*), void* argument, int32_t flag);
 // Take back an event that was queued and not run, after the loop has ended: its argument, or null when there is none.
 void* lib_comm_thread_drop_event(lib_comm_lib* lib);

@@ -58,6 +58,8 @@ int32_t pal_msgQ_send_own(pal_msgQ_id id, const void* message, uint32_t len);
 // it woke the receiver. An absent queue, or one whose lock a stopped process holds, lets them pass too, unless `wait`
 // is for ever: then it fails at once. One thread of a process at a time. `flags` is not used.
 int32_t pal_msgQ_receive_wait_priority(pal_msgQ_id id, void* buffer, uint32_t size, int32_t wait, int32_t flags);
+// 1 when no other process can send to the queue, 0 when one can, -1 for an absent queue.
+int32_t pal_msgQ_is_private(pal_msgQ_id id);
 // Give the queue up in this process (its shared state stays). Tests and processes that detach.
 void pal_msgQ_close(pal_msgQ_id* id);
 

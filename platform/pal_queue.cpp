@@ -7,7 +7,6 @@
 // is checked before it is used as an index; shape and sizes come from this process's own table.
 #include "platform/pal.h"
 
-#include <bit>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -16,7 +15,7 @@
 #include <new>
 #include <pthread.h>
 
-#include "platform/pal_ring_end.h"
+#include "platform/pal_own_ring.h"
 #include "platform/pal_settings.h"
 #include "platform/pal_shared.h"
 #include "platform/pal_wait.h"
@@ -26,7 +25,6 @@ namespace {
 constexpr uint32_t MAX_QUEUES = 32;
 constexpr uint32_t MAX_DEPTH = 65536;
 constexpr uint32_t MAX_MESSAGE = 256;
-constexpr size_t CACHE_LINE = 64;         // or less: what lies so far apart shares none
 constexpr int64_t LOCK_MS = 50;           // patience with a lock's holder
 constexpr int64_t LOCK_FIRST_TICKS = 600; // the same for messages of the first priority: as for a client's answer
 
@@ -49,14 +47,6 @@ struct queue_record {
   pthread_mutex_t lock; // guards the rings
 };
 
-// Whoever sends to its own process. The slots lie behind it, a power of two of them, as positions wrap.
-struct own_ring {
-  pal_ring_end end;
-  uint8_t apart[CACHE_LINE];
-  std::atomic<uint32_t> first; // the position of the next message; moved by the receiver
-  uint8_t apart_too[CACHE_LINE];
-};
-
 struct shape {
   uint32_t key;
   uint32_t depth;
@@ -68,7 +58,7 @@ struct shape {
 // a late sender cannot fault.
 struct queue {
   queue_record* record; // null: the entry was never used
-  own_ring* own;
+  pal_own_ring* own;
   shape is;
   std::atomic<bool> open;
 };
@@ -218,61 +208,10 @@ bool get_message(const queue& from, void* message) {
 }
 
 bool has_message(const queue_record& record) {
-  bool found = false;
-  for (const ring& each : record.rings) found |= each.head.load(std::memory_order_relaxed) != each.tail.load();
-  return found;
-}
-
-// ---- this process's own messages
-
-uint32_t own_slots_of(const shape& is) { return std::bit_ceil(is.depth); }
-
-own_ring* make_own_ring(const shape& is) {
-  void* memory = std::calloc(1, sizeof(own_ring) + size_t{own_slots_of(is)} * is.message_size);
-  return memory != nullptr ? new (memory) own_ring{} : nullptr;
-}
-
-// A message of the agent's size without a call.
-void copy_message(void* to, const void* from, uint32_t size) {
-  constexpr uint32_t WORD = sizeof(uint64_t);
-  if (size - WORD > WORD) {
-    std::memcpy(to, from, size);
-    return;
-  }
-  uint64_t words[2];
-  std::memcpy(&words[0], from, WORD);
-  std::memcpy(&words[1], static_cast<const uint8_t*>(from) + size - WORD, WORD);
-  std::memcpy(to, &words[0], WORD);
-  std::memcpy(static_cast<uint8_t*>(to) + size - WORD, &words[1], WORD);
-}
-
-uint8_t* own_slot_at(const queue& of, uint32_t position) {
-  const uint32_t index = pal_ring_index(position) & (own_slots_of(of.is) - 1);
-  return reinterpret_cast<uint8_t*>(of.own + 1) + size_t{index} * of.is.message_size;
-}
-
-bool has_own_message(const own_ring& own) {
-  return own.first.load(std::memory_order_relaxed) != pal_ring_position(own.end);
-}
-
-bool get_own_message(const queue& from, void* message) {
-  own_ring& own = *from.own;
-  if (!has_own_message(own)) return false;
-  const uint32_t first = own.first.load(std::memory_order_relaxed);
-  copy_message(message, own_slot_at(from, first), from.is.message_size);
-  own.first.store(first + PAL_RING_STEP, std::memory_order_release); // from here on the slot may be filled again
-  return true;
-}
-
-bool put_own_message(const queue& to, const void* message) {
-  own_ring& own = *to.own;
-  uint32_t end = 0;
-  if (!pal_ring_hold(own.end, end)) return false;
-  const uint32_t used = pal_ring_index(end - own.first.load(std::memory_order_acquire));
-  const bool room = used < to.is.depth - PAL_MSGQ_RESERVED;
-  if (room) copy_message(own_slot_at(to, end), message, to.is.message_size);
-  pal_ring_release(own.end, room ? end + PAL_RING_STEP : end);
-  return room;
+  uint32_t differ = 0;
+#pragma GCC unroll 4
+  for (const ring& each : record.rings) differ |= each.head.load(std::memory_order_relaxed) ^ each.tail.load();
+  return differ != 0;
 }
 
 // ---- both
@@ -281,8 +220,8 @@ bool put_own_message(const queue& to, const void* message) {
 int32_t receive_one(const queue& from, void* message, int64_t patience_ms) {
   bool got = false;
   int32_t result = EMPTY;
-  if (has_message(*from.record)) {
-    if (has_own_message(*from.own)) patience_ms = 0;
+  if (__builtin_expect(has_message(*from.record), 0)) {
+    if (pal_own_ring_is_taken(*from.own)) patience_ms = 0;
     if (lock_record(*from.record, patience_ms)) {
       got = get_message(from, message);
       pthread_mutex_unlock(&from.record->lock);
@@ -290,7 +229,7 @@ int32_t receive_one(const queue& from, void* message, int64_t patience_ms) {
       result = UNUSABLE;
     }
   }
-  got = got || get_own_message(from, message);
+  got = got || pal_own_ring_get(*from.own, message);
   return got ? static_cast<int32_t>(from.is.message_size) : result;
 }
 
@@ -302,6 +241,10 @@ int32_t receive_after_sleep(const queue& from, void* message, const pal_deadline
   while (got <= 0 && in_time) {
     asleep.exchange(1);
     got = receive_one(from, message, 0);
+    // A sender that has taken a position does not look for the mark again: its message is there in a moment.
+    if (got <= 0 && pal_own_ring_is_taken(*from.own)) {
+      pal_look_until([&] { return (got = receive_one(from, message, 0)) > 0; }, LOCK_MS);
+    }
     if (got > 0) break; // the mark may be another receiver's, too, and stays
     in_time = (got == EMPTY || !deadline.never) && pal_word_wait(asleep, 1, deadline, word_kind(from));
     if (in_time) got = receive_one(from, message, LOCK_MS);
@@ -326,7 +269,7 @@ void empty_queue(queue& of) {
   if (!lock_record(*of.record)) return;
   for (ring& each : of.record->rings) each.head.store(each.tail.load(std::memory_order_relaxed));
   pthread_mutex_unlock(&of.record->lock);
-  if (of.own != nullptr) of.own->first.store(pal_ring_position(of.own->end), std::memory_order_relaxed);
+  if (of.own != nullptr) pal_own_ring_empty(*of.own);
 }
 
 } // namespace
@@ -348,7 +291,7 @@ int32_t pal_msgQ_create_ex(pal_msgQ_id* id, uint32_t key, uint32_t depth, uint32
   } else if (key == 0) {
     empty_queue(*entry);
   }
-  if (entry->record != nullptr && entry->own == nullptr) entry->own = make_own_ring(is);
+  if (entry->record != nullptr && entry->own == nullptr) entry->own = pal_own_ring_make(is.depth, is.message_size);
   if (entry->own == nullptr) return -1;
   entry->open.store(true, std::memory_order_release);
   *id = static_cast<pal_msgQ_id>(entry - g_queues) + 1;
@@ -368,7 +311,8 @@ int32_t pal_msgQ_send_priority(pal_msgQ_id id, const void* message, uint32_t len
 
 int32_t pal_msgQ_send_own(pal_msgQ_id id, const void* message, uint32_t len) {
   const queue* to = find_queue(id);
-  if (to == nullptr || message == nullptr || len != to->is.message_size || !put_own_message(*to, message)) return -1;
+  if (to == nullptr || message == nullptr || len != to->is.message_size) return -1;
+  if (!pal_own_ring_put(*to->own, to->is.depth - PAL_MSGQ_RESERVED, message, len)) return -1;
   wake_receiver(*to);
   return 0;
 }
@@ -385,6 +329,12 @@ int32_t pal_msgQ_receive_wait_priority(pal_msgQ_id id, void* buffer, uint32_t si
     got = receive_after_sleep(*from, buffer, deadline);
   }
   return got > 0 ? got : -1;
+}
+
+int32_t pal_msgQ_is_private(pal_msgQ_id id) {
+  const queue* of = find_queue(id);
+  if (of == nullptr) return -1;
+  return of->is.key == 0 ? 1 : 0;
 }
 
 void pal_msgQ_close(pal_msgQ_id* id) {

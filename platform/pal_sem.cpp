@@ -57,12 +57,31 @@ bool look_and_take(std::atomic<uint32_t>& word) {
   return false;
 }
 
-void give(std::atomic<uint32_t>& word, pal_word kind) {
-  if ((word.fetch_or(FREE, std::memory_order_release) & WAITED) == 0) return;
+__attribute__((noinline)) int32_t take_later(sem_record& record, const pal_sem& sem, int32_t ticks) {
+  if (ticks == 0) return -1;
+  if (sem.kind == LOCK_KIND && look_and_take(record.word)) return 0;
+  const pal_deadline deadline = pal_deadline_after(ticks);
+  for (;;) {
+    const uint32_t seen = record.word.fetch_or(WAITED, std::memory_order_relaxed);
+    const bool in_time = (seen & FREE) != 0 || pal_word_wait(record.word, seen | WAITED, deadline, word_kind(sem));
+    if (try_take(record.word)) return 0;
+    if (!in_time) return -1;
+  }
+}
+
+__attribute__((noinline)) void wake_takers(std::atomic<uint32_t>& word, pal_word kind) {
   // The mark goes only after the wake: if this process dies in between, the next give still wakes.
   pal_word_wake_all(word, kind);
   uint32_t unclaimed = FREE | WAITED;
   word.compare_exchange_strong(unclaimed, FREE, std::memory_order_relaxed);
+}
+
+// A word of this process alone may lose its mark at once: who does not get the semaphore sets it again.
+void give(std::atomic<uint32_t>& word, pal_word kind) {
+  const uint32_t before = kind == pal_word::OWN ? word.exchange(FREE, std::memory_order_release)
+                                                : word.fetch_or(FREE, std::memory_order_release);
+  const bool waited = (before & WAITED) != 0;
+  if (__builtin_expect(waited, 0)) wake_takers(word, kind);
 }
 
 void set_count(std::atomic<uint32_t>& word, uint32_t count, pal_word kind) {
@@ -108,16 +127,7 @@ pal_sem* pal_sem_open(pal_sem* storage, uint32_t kind, const char* name, uint32_
 int32_t pal_sem_take(pal_sem* sem, int32_t ticks) {
   sem_record* record = record_of(sem);
   if (record == nullptr) return -1;
-  if (try_take(record->word)) return 0;
-  if (ticks == 0) return -1;
-  if (sem->kind == LOCK_KIND && look_and_take(record->word)) return 0;
-  const pal_deadline deadline = pal_deadline_after(ticks);
-  for (;;) {
-    const uint32_t seen = record->word.fetch_or(WAITED, std::memory_order_relaxed);
-    const bool in_time = (seen & FREE) != 0 || pal_word_wait(record->word, seen | WAITED, deadline, word_kind(*sem));
-    if (try_take(record->word)) return 0;
-    if (!in_time) return -1;
-  }
+  return __builtin_expect(try_take(record->word), 1) ? 0 : take_later(*record, *sem, ticks);
 }
 
 int32_t pal_sem_give(pal_sem* sem) {

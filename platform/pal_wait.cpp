@@ -38,10 +38,16 @@ uint32_t pal_tickget() {
   // Each frame asks. The same clock as it stood at the kernel's last tick is several times cheaper to read, and exact
   // enough unless the deployment's ticks are as short as the kernel's. To divide by a constant is cheaper, too.
   constexpr int64_t DEFAULT_US = PAL_DEFAULT_TICK_US;
+  static_assert(US_PER_S % DEFAULT_US == 0);
   const auto tick_us = static_cast<int64_t>(pal_tick_us());
-  if (tick_us == DEFAULT_US) return static_cast<uint32_t>(monotonic_us(CLOCK_MONOTONIC_COARSE) / DEFAULT_US);
-  const bool coarse = tick_us > DEFAULT_US;
-  return static_cast<uint32_t>(monotonic_us(coarse ? CLOCK_MONOTONIC_COARSE : CLOCK_MONOTONIC) / tick_us);
+  if (__builtin_expect(tick_us != DEFAULT_US, 0)) {
+    const bool coarse = tick_us > DEFAULT_US;
+    return static_cast<uint32_t>(monotonic_us(coarse ? CLOCK_MONOTONIC_COARSE : CLOCK_MONOTONIC) / tick_us);
+  }
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  const auto part = static_cast<uint32_t>(now.tv_nsec) / static_cast<uint32_t>(DEFAULT_US * NS_PER_US);
+  return static_cast<uint32_t>(now.tv_sec) * static_cast<uint32_t>(US_PER_S / DEFAULT_US) + part;
 }
 
 pal_deadline pal_deadline_after(int32_t ticks) {

@@ -94,34 +94,12 @@ TEST(event_thread, runs_events_in_order_and_gives_back_the_rest) {
 
 TEST(event_thread, says_when_there_is_no_room) {
   lib_comm_lib* lib = start_lib();
-  for (intptr_t i = 1; i <= 2048; ++i) ASSERT_EQ(add(lib, i), 0);
-  EXPECT_EQ(add(lib, 2049), -1);
+  for (intptr_t i = 1; i <= 64; ++i) ASSERT_EQ(add(lib, i), 0);
+  EXPECT_EQ(add(lib, 65), -1);
   EXPECT_EQ(lib_comm_thread_drop_event(lib), reinterpret_cast<void*>(1));
-  EXPECT_EQ(add(lib, 2049), 0);
-  EXPECT_EQ(add(lib, 2050), -1);
+  EXPECT_EQ(add(lib, 65), 0);
+  EXPECT_EQ(add(lib, 66), -1);
   EXPECT_EQ(lib_comm_thread_add_event(lib, nullptr, nullptr, 0), -1);
-  lib_comm_release(lib);
-}
-
-TEST(event_thread, takes_events_from_any_thread) {
-  lib_comm_lib* lib = start_lib();
-  std::thread worker(run_loop, lib, fetch_nothing);
-  std::vector<std::thread> threads;
-  for (intptr_t sender = 0; sender < 3; ++sender) {
-    threads.emplace_back([lib, sender] {
-      for (intptr_t i = 0; i < 1000; ++i) {
-        while (add(lib, sender * 1000 + i + 1) != 0) std::this_thread::yield();
-      }
-    });
-  }
-  for (std::thread& each : threads) each.join();
-  pause_ms(20);
-  lib_comm_lib_stop(lib);
-  worker.join();
-  while (void* left = lib_comm_thread_drop_event(lib)) g_ran.push_back(reinterpret_cast<intptr_t>(left));
-  std::vector<intptr_t> due = {1, 1001, 2001};
-  ASSERT_EQ(g_ran.size(), 3000U);
-  for (const intptr_t number : g_ran) ASSERT_EQ(number, due[static_cast<size_t>((number - 1) / 1000)]++);
   lib_comm_release(lib);
 }
 

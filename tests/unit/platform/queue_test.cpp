@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -14,6 +15,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "platform/pal_own_ring.h"
 #include "tests/process/children.h"
 
 namespace {
@@ -223,6 +225,31 @@ TEST(queue, many_senders_lose_nothing) {
   for (std::thread& each : threads) each.join();
   EXPECT_EQ(next_number(id), -1);
   pal_msgQ_close(&id);
+}
+
+// A sender that is interrupted between taking its position and filling it.
+TEST(own_ring, a_message_waits_for_the_one_that_was_taken_before_it) {
+  pal_own_ring* ring = pal_own_ring_make(4, SIZE);
+  ASSERT_NE(ring, nullptr);
+  const auto put = [ring](const char* text) { return pal_own_ring_put(*ring, 3, text, SIZE); };
+  char got[SIZE] = "";
+  for (uint32_t round = 0; round < 9; ++round) { // past the ring's end
+    const uint32_t taken = ring->end.fetch_add(1);
+    EXPECT_TRUE(put("abcdefgh"));
+    EXPECT_FALSE(pal_own_ring_get(*ring, got));
+    EXPECT_TRUE(pal_own_ring_is_taken(*ring));
+    EXPECT_TRUE(put("ijklmnop"));
+    EXPECT_FALSE(put("qrstuvwx")) << "what is taken fills the room";
+    pal_own_slot* slot = pal_own_slot_at(*ring, taken);
+    std::memcpy(pal_own_message_of(slot), "01234567", SIZE);
+    slot->filled = taken + 1;
+    for (const char* expected : {"01234567", "abcdefgh", "ijklmnop"}) {
+      EXPECT_TRUE(pal_own_ring_get(*ring, got));
+      EXPECT_STREQ(got, expected);
+    }
+    EXPECT_FALSE(pal_own_ring_is_taken(*ring));
+  }
+  std::free(ring);
 }
 
 TEST(queue, attaching_waits_for_a_creator_at_work) {

@@ -17,6 +17,7 @@
 #include <ctime>
 #include <string>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -55,10 +56,18 @@ int32_t hand_in(const octets& frame) {
 
 // The worker on a thread of its own, stopped at the end.
 struct running_worker {
-  std::thread thread;
   std::atomic<int32_t> result{1};
+  long sleeps = 0; // of its thread, in the end
+  std::thread thread;
 
-  running_worker() : thread([this] { result = line_id_proc_entry(nullptr); }) {}
+  running_worker() {
+    thread = std::thread([this] {
+      result = line_id_proc_entry(nullptr);
+      rusage used = {};
+      getrusage(RUSAGE_THREAD, &used);
+      sleeps = used.ru_nvcsw;
+    });
+  }
   int32_t stop() {
     while (line_id_stop() != 0) std::this_thread::sleep_for(1ms); // until the loop is up
     thread.join();
@@ -202,6 +211,7 @@ TEST_F(service_test, an_idle_agent_costs_next_to_nothing) {
   const std::clock_t spent = std::clock() - before;
   EXPECT_EQ(worker.stop(), 0);
   EXPECT_LT(spent, CLOCKS_PER_SEC / 20) << "50 ms in two seconds";
+  EXPECT_LT(worker.sleeps, 10) << "the worker wakes though nobody can send but this process";
 }
 
 TEST_F(service_test, restart_takes_left_over_frames_back) {
