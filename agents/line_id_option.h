@@ -73,6 +73,8 @@ struct option_job {
   const uint8_t* old;
   uint32_t old_len;
   line_id_inf_info* info;
+  line_id_common_cfg* cfg = line_id_cfg_of(oltid);
+  uint32_t offset = static_cast<uint32_t>(old - info->origin_pkt_ptr);
 };
 
 // ---- sub-options
@@ -143,23 +145,21 @@ int32_t build_new(uint8_t oltid, const old_sub_option& old, uint8_t* dest, uint1
 }
 
 template <const line_id_option_rule& rule, const identifier_row& id>
-int32_t build(uint8_t oltid, const old_sub_option& old, uint8_t* dest, uint16_t* new_len, uint8_t op,
-              line_id_inf_info* info) {
+int32_t build(const option_job& job, const old_sub_option& old, uint8_t* dest, uint16_t* new_len, uint8_t op) {
   *new_len = 0;
-  switch (effective_op((rule.*id.up_policy)(), line_id_get_switch(oltid, id.enable), op)) {
+  switch (effective_op((rule.*id.up_policy)(), line_id_get_switch(job.cfg, id.enable), op)) {
   case OPERATION_KEEP: return old.whole != nullptr ? id.keep(old.whole, old.len, dest, new_len) : LINE_ID_OK;
   case OPERATION_INSERT:
-  case OPERATION_REPLACE: return build_new<rule, id>(oltid, old, dest, new_len, info);
-  case OPERATION_MODIFY: return id.modify(oltid, old.whole, old.len, dest, new_len, info);
-  case OPERATION_REMOVE: return id.remove(old.whole, old.len, dest, new_len, info);
+  case OPERATION_REPLACE: return build_new<rule, id>(job.oltid, old, dest, new_len, job.info);
+  case OPERATION_MODIFY: return id.modify(job.oltid, old.whole, old.len, dest, new_len, job.info);
+  case OPERATION_REMOVE: return id.remove(old.whole, old.len, dest, new_len, job.info);
   default: LINE_ID_WARN(rule.log, "Unknown msg!\r\n"); return LINE_ID_OK;
   }
 }
 
 template <const line_id_option_rule& rule, const identifier_row& id>
-int32_t process(uint8_t oltid, const old_sub_option& old, uint8_t* dest, uint16_t* new_len, uint8_t op,
-                line_id_inf_info* info) {
-  const int32_t ret = build<rule, id>(oltid, old, dest, new_len, op, info);
+int32_t process(const option_job& job, const old_sub_option& old, uint8_t* dest, uint16_t* new_len, uint8_t op) {
+  const int32_t ret = build<rule, id>(job, old, dest, new_len, op);
   LINE_ID_INFO(rule.log, "%s %s proc, *new_sub_opt_len = %d.\r\n", rule.option_name, id.name, *new_len);
   return ret;
 }
@@ -168,7 +168,7 @@ int32_t process(uint8_t oltid, const old_sub_option& old, uint8_t* dest, uint16_
 template <const line_id_option_rule& rule, const identifier_row& id>
 int32_t append(const option_job& job, const old_sub_option& old, uint8_t op, built_option& built, const char* step) {
   uint16_t len = 0;
-  const int32_t ret = process<rule, id>(job.oltid, old, built.octets + built.len, &len, op, job.info);
+  const int32_t ret = process<rule, id>(job, old, built.octets + built.len, &len, op);
   if (ret != LINE_ID_OK) {
     LINE_ID_WARN(rule.log, "%s return %d, failed!\r\n", step, ret);
     return id.failure;
@@ -180,12 +180,10 @@ int32_t append(const option_job& job, const old_sub_option& old, uint8_t op, bui
 
 // ---- the whole option
 
-inline uint32_t offset_of(const option_job& job) { return static_cast<uint32_t>(job.old - job.info->origin_pkt_ptr); }
-
 // 0 while the value, and the frame with it, are short enough.
 template <const line_id_option_rule& rule> int32_t check_lengths(const option_job& job, const built_option& built) {
   const uint32_t value_len = built.len - rule.value_offset;
-  if (value_len > rule.max_value_len) {
+  if (rule.max_value_len < BUILT_LEN && value_len > rule.max_value_len) {
     LINE_ID_WARN(rule.log, "too long new option string len %d.\r\n. Pass through.\r\n", static_cast<int>(value_len));
     return LINE_ID_ERR_LENGTH;
   }
@@ -202,12 +200,11 @@ template <const line_id_option_rule& rule> int32_t check_lengths(const option_jo
 template <const line_id_option_rule& rule>
 void put_into_frame(const option_job& job, const uint8_t* option, uint32_t option_len) {
   line_id_inf_info* info = job.info;
-  const uint32_t offset = offset_of(job);
-  const uint32_t rest_len = info->origin_pkt_len - offset - job.old_len;
-  uint8_t* dest = info->new_pkt + offset;
+  const uint32_t rest_len = info->origin_pkt_len - job.offset - job.old_len;
+  uint8_t* dest = info->new_pkt + job.offset;
   if (option_len > 0 && option != dest) std::memcpy(dest, option, option_len);
   if (rest_len > 0) std::memcpy(dest + option_len, job.old + job.old_len, rest_len);
-  info->new_pkt_len = static_cast<uint16_t>(offset + option_len + rest_len);
+  info->new_pkt_len = static_cast<uint16_t>(job.offset + option_len + rest_len);
   if (rule.close != nullptr) rule.close(info);
 }
 
@@ -234,14 +231,13 @@ template <const line_id_option_rule& rule> int32_t build_anew(const option_job& 
 template <const line_id_option_rule& rule>
 LINE_ID_FLAT int32_t replace_option(uint8_t oltid, const uint8_t* old, uint32_t old_len, line_id_inf_info* info) {
   const option_job job = {oltid, old, old_len, info};
-  const uint32_t offset = offset_of(job);
-  const bool has_room = offset <= LINE_ID_SCRATCH_LEN - NEW_LEN;
+  const bool has_room = job.offset <= LINE_ID_SCRATCH_LEN - NEW_LEN;
   // Built where it belongs if there is room for the longest; after a failure the received octets come back.
   uint8_t spare[BUILT_LEN];
-  uint8_t* place = info->new_pkt + offset;
+  uint8_t* place = info->new_pkt + job.offset;
   built_option built = {has_room ? place : spare, rule.head_len, 0, 0};
   const int32_t ret = build_anew<rule>(job, built);
-  if (ret != LINE_ID_OK && has_room) std::memcpy(place, old, info->origin_pkt_len - offset);
+  if (ret != LINE_ID_OK && has_room) std::memcpy(place, old, info->origin_pkt_len - job.offset);
   return ret;
 }
 
@@ -333,13 +329,13 @@ template <const line_id_option_rule& rule>
 int32_t line_id_option_circuit_id(uint8_t oltid, const uint8_t* old, uint16_t old_len, uint8_t* dest, uint16_t* new_len,
                                   uint8_t op, line_id_inf_info* info) {
   using namespace line_id_option;
-  return process<rule, CIRCUIT_ID>(oltid, {old, old_len}, dest, new_len, op, info);
+  return process<rule, CIRCUIT_ID>({oltid, old, old_len, info}, {old, old_len}, dest, new_len, op);
 }
 template <const line_id_option_rule& rule>
 int32_t line_id_option_remote_id(uint8_t oltid, const uint8_t* old, uint16_t old_len, uint8_t* dest, uint16_t* new_len,
                                  uint8_t op, line_id_inf_info* info) {
   using namespace line_id_option;
-  return process<rule, REMOTE_ID>(oltid, {old, old_len}, dest, new_len, op, info);
+  return process<rule, REMOTE_ID>({oltid, old, old_len, info}, {old, old_len}, dest, new_len, op);
 }
 
 // Rewrite the option at `old` in the received frame, whose whole length is `old_len`; the output frame and its length

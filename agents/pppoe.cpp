@@ -60,18 +60,17 @@ constexpr line_id_option_rule VENDOR_TAG_RULE = {
     .replace_code = LINE_ID_ERR_PPPOE_REPLACE,
 };
 
-// The frame under way.
+// The frame under way. It stays in registers: what few frames need is a function of its own, which reads it anew.
 struct pppoe_frame {
   line_id_inf_info* info;
   uint8_t oltid;
   uint8_t code;
-  uint8_t type; // line_id_pppoe_type
-  uint16_t payload_len;
-  packet_reader payload; // failed when the length field says more than is there
+  uint8_t type;          // line_id_pppoe_type
+  packet_reader payload; // as long as the length field says; failed when that is more than is there
 };
 
-inline void count(const pppoe_frame& frame, line_id_pppoe_table table) {
-  line_id_count_pppoe(table, frame.oltid, frame.type, frame.info->pkt_info_ptr->cvlan);
+inline line_id_pppoe_place count(const pppoe_frame& frame, line_id_pppoe_table table) {
+  return line_id_count_pppoe(table, frame.oltid, frame.type, frame.info->pkt_info_ptr->cvlan);
 }
 
 inline int32_t drop(const pppoe_frame& frame) {
@@ -82,18 +81,19 @@ inline int32_t drop(const pppoe_frame& frame) {
 // A frame that ends within its header has a code at most.
 inline pppoe_frame read_frame(line_id_inf_info* info) {
   const uint32_t vlan_tag_len = line_id_vlan_tag_len(info);
-  const packet_reader whole = reader_over(info->origin_pkt_ptr, info->origin_pkt_len);
-  const uint32_t code_at = CODE_OFFSET + vlan_tag_len;
+  const uint8_t* octets = info->origin_pkt_ptr;
+  const uint32_t len = info->origin_pkt_len;
   const uint32_t tags_at = TAGS_OFFSET + vlan_tag_len;
-  const uint8_t code = code_at < whole.size ? whole.data[code_at] : uint8_t{0};
-  const uint16_t payload_len =
-      tags_at <= whole.size ? line_id_get_u16(whole.data + PAYLOAD_LEN_OFFSET + vlan_tag_len) : uint16_t{0};
-  return {.info = info,
-          .oltid = line_id_info_oltid(info),
-          .code = code,
-          .type = LINE_ID_PPPOE_TYPE_OF[code],
-          .payload_len = payload_len,
-          .payload = reader_sub(whole, tags_at, payload_len)};
+  const bool has_header = tags_at <= len;
+  const bool has_code = has_header || CODE_OFFSET + vlan_tag_len < len;
+  const uint8_t code = has_code ? octets[CODE_OFFSET + vlan_tag_len] : uint8_t{0};
+  const uint16_t payload_len = has_header ? line_id_get_u16(octets + PAYLOAD_LEN_OFFSET + vlan_tag_len) : uint16_t{0};
+  return {
+      .info = info,
+      .oltid = line_id_info_oltid(info),
+      .code = code,
+      .type = LINE_ID_PPPOE_TYPE_OF[code],
+      .payload = {has_header ? octets + tags_at : nullptr, payload_len, 0, has_header && payload_len <= len - tags_at}};
 }
 
 template <uint8_t log>
@@ -117,8 +117,8 @@ int32_t strip(const pppoe_frame& frame, const option_view& tag) {
   return LINE_ID_PKT_SEND;
 }
 
-// By value, here and elsewhere: a frame whose address nobody has stays in registers.
-__attribute__((noinline)) int32_t downstream(pppoe_frame frame) {
+__attribute__((noinline)) int32_t downstream(line_id_inf_info* info) {
+  pppoe_frame frame = read_frame(info);
   if (frame.type <= PPPOE_PADT) {
     // ODD: the words say upstream.
     LINE_ID_WARN(LOG_PPPOE, "Upstream PADI/PADR/PADT received and dropped.\r\n");
@@ -162,12 +162,14 @@ inline int32_t check_spoofing(const pppoe_frame& frame) {
   return LINE_ID_PKT_SEND;
 }
 
-template <uint8_t log> int32_t note_onu_info(pppoe_frame& frame, const option_view& tag) {
-  if (tag.length < ONU_INFO_LEN) return LINE_ID_PKT_SEND; // not the ONU's
+template <uint8_t log>
+__attribute__((noinline)) int32_t note_onu_info(line_id_inf_info* info, const uint8_t* value, uint32_t len) {
+  if (len < ONU_INFO_LEN) return LINE_ID_PKT_SEND; // not the ONU's
   LINE_ID_INFO(log, "got onu_info_tag!\r\n");
-  line_id_pkt_info* pkt = frame.info->pkt_info_ptr;
-  pkt->onu_authno = line_id_get_u16(tag.value);
-  pkt->onu_portid = line_id_get_u16(tag.value + 2);
+  pppoe_frame frame = read_frame(info);
+  line_id_pkt_info* pkt = info->pkt_info_ptr;
+  pkt->onu_authno = line_id_get_u16(value);
+  pkt->onu_portid = line_id_get_u16(value + 2);
   frame.info->pppoe_code = frame.code;
   if (line_id_get_switch(frame.oltid, &line_id_common_cfg::pppoe_anti_spoofing_enable) == 0) return LINE_ID_PKT_SEND;
   const bool needs_facts = pkt->onu_ponno == 0; // the facts themselves may name another
@@ -178,7 +180,8 @@ template <uint8_t log> int32_t note_onu_info(pppoe_frame& frame, const option_vi
   return check_spoofing(frame);
 }
 
-template <uint8_t log> int32_t insert(pppoe_frame& frame, const uint8_t* payload_end) {
+template <uint8_t log>
+int32_t insert(pppoe_frame& frame, const line_id_pppoe_place& received, const uint8_t* payload_end) {
   LINE_ID_INFO(log, "vs_tag not found. add one...\r\n");
   if (!fetch_line_facts(frame)) return LINE_ID_PKT_SEND; // ODD: the unchanged copy is sent, and not counted.
   const int32_t ret = line_id_pppoe_plus_proc<log>(frame.oltid, payload_end, 0, OPERATION_INSERT, frame.info);
@@ -186,12 +189,13 @@ template <uint8_t log> int32_t insert(pppoe_frame& frame, const uint8_t* payload
     LINE_ID_WARN(log, "Failed to proc pppoe plus (%d).\r\n", ret);
     return LINE_ID_PKT_PASS;
   }
-  count(frame, PPPOE_FORWARDED);
+  line_id_count_pppoe(PPPOE_FORWARDED, frame.oltid, frame.type, frame.info->pkt_info_ptr->cvlan, received);
   return LINE_ID_PKT_SEND;
 }
 
-template <uint8_t log> int32_t rewrite(pppoe_frame& frame, const option_view& tag, option_result found) {
-  line_id_inf_info* info = frame.info;
+template <uint8_t log>
+LINE_ID_FLAT __attribute__((noinline)) int32_t rewrite(line_id_inf_info* info, option_view tag, option_result found) {
+  pppoe_frame frame = read_frame(info);
   LINE_ID_INFO(log, "got vs_tag!\r\n");
   if (!fetch_line_facts(frame)) {
     LINE_ID_WARN(log, "Error getting params. Passthrough.\r\n");
@@ -226,7 +230,8 @@ template <uint8_t log> int32_t rewrite(pppoe_frame& frame, const option_view& ta
   return LINE_ID_PKT_SEND;
 }
 
-template <uint8_t log> int32_t upstream(pppoe_frame frame) {
+template <uint8_t log> int32_t upstream(line_id_inf_info* info) {
+  pppoe_frame frame = read_frame(info);
   if (frame.info->pkt_info_ptr->reserved[LINE_ID_EXT_LINE_ID_SWITCH] == 0) {
     LINE_ID_INFO(log, "onu lineid_switch is enable\r\n");
     return LINE_ID_PKT_PASS;
@@ -237,9 +242,9 @@ template <uint8_t log> int32_t upstream(pppoe_frame frame) {
     return LINE_ID_PKT_PASS;
   }
   if (frame.type > PPPOE_PADS) return LINE_ID_PKT_PASS;
-  count(frame, PPPOE_RECEIVED);
-  LINE_ID_INFO(log, "payload_len (%d).\r\n", frame.payload_len);
-  LINE_ID_INFO(log, "inf_info_ptr->origin_pkt_len (%d).\r\n", frame.info->origin_pkt_len);
+  const line_id_pppoe_place received = count(frame, PPPOE_RECEIVED);
+  LINE_ID_INFO(log, "payload_len (%d).\r\n", static_cast<int>(frame.payload.size));
+  LINE_ID_INFO(log, "inf_info_ptr->origin_pkt_len (%d).\r\n", info->origin_pkt_len);
   if (!frame.payload.ok) {
     LINE_ID_WARN(log, "invalid payload_len\r\n");
     return drop(frame);
@@ -250,31 +255,35 @@ template <uint8_t log> int32_t upstream(pppoe_frame frame) {
     const option_result found = option_next(frame.payload, PPPOE_TAG_RULE, tag);
     const bool whole_head = found == OPTION_FOUND || found == OPTION_OVERRUN;
     if (whole_head) LINE_ID_INFO(log, "------tag_type =0x%02x!------ \r\n", tag.code);
-    if (whole_head && tag.code == TAG_VENDOR) return rewrite<log>(frame, tag, found);
-    if (found != OPTION_FOUND) return insert<log>(frame, payload_end);
+    if (whole_head && tag.code == TAG_VENDOR) return rewrite<log>(info, tag, found);
+    if (found != OPTION_FOUND) return insert<log>(frame, received, payload_end);
     if (tag.code == TAG_ONU_INFO) {
-      const int32_t ret = note_onu_info<log>(frame, tag);
+      const int32_t ret = note_onu_info<log>(info, tag.value, tag.length);
       if (ret != LINE_ID_PKT_SEND) return ret;
+      frame.oltid = line_id_info_oltid(frame.info); // the parameter hook may have moved the frame
     }
   }
 }
 
+__attribute__((cold, noinline)) int32_t refuse_null(const char* function, int line, uint8_t log) {
+  if (line_id_log_enabled(log, 1)) {
+    line_id_log_trace("[LNID_WARN]", function, line, "unit_ptr or new_pkt is NULL failed(%d).\r\n", LINE_ID_ERR_NULL);
+  }
+  line_id_inc_pppoe_drop_pkt_count(0, 0, 0);
+  return LINE_ID_PKT_DROP;
+}
+
 template <uint8_t log>
 LINE_ID_FLAT int32_t line_id_pppoe_event_proc(line_id_unit* unit, uint8_t* new_pkt, line_id_inf_info* info) {
-  if (unit == nullptr || new_pkt == nullptr) {
-    LINE_ID_WARN(log, "unit_ptr or new_pkt is NULL failed(%d).\r\n", LINE_ID_ERR_NULL);
-    line_id_inc_pppoe_drop_pkt_count(0, 0, 0);
-    return LINE_ID_PKT_DROP;
-  }
+  if (unit == nullptr || new_pkt == nullptr) return refuse_null(__func__, __LINE__, log);
   line_id_agent_begin(unit, new_pkt, info);
-  pppoe_frame frame = read_frame(info);
   LINE_ID_INFO(log, "\rPPPOE Message got : src_port = %d,\t\torigin_pkt_len=%d oltid = %d\r\n",
-               static_cast<int>(info->pkt_info_ptr->src_port), info->origin_pkt_len, frame.oltid);
-  LINE_ID_INFO(log, "PPPoE Code = 0x%02x\r\n", frame.code);
+               static_cast<int>(info->pkt_info_ptr->src_port), info->origin_pkt_len, line_id_info_oltid(info));
+  LINE_ID_INFO(log, "PPPoE Code = 0x%02x\r\n", read_frame(info).code);
   switch (info->pkt_info_ptr->direct) {
-  case LINE_ID_UPSTREAM: return upstream<log>(frame);
-  case LINE_ID_DOWNSTREAM: return downstream(frame);
-  default: LINE_ID_WARN(log, "Error: incorrect direct.\r\n"); return drop(frame);
+  case LINE_ID_UPSTREAM: return upstream<log>(info);
+  case LINE_ID_DOWNSTREAM: return downstream(info);
+  default: LINE_ID_WARN(log, "Error: incorrect direct.\r\n"); return drop(read_frame(info));
   }
 }
 

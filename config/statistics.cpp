@@ -25,12 +25,6 @@ constexpr const char* LABELS[LINE_ID_STATICS_TOTALS] = {
 
 void add(uint32_t index) { g_line_id_statics[index].fetch_add(1, std::memory_order_relaxed); }
 
-// Where one thread counts: the worker, which also resets.
-void add_alone(uint32_t index) {
-  std::atomic<uint32_t>& counter = g_line_id_statics[index];
-  counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-}
-
 bool is_counted(uint8_t direction, int8_t protocol) {
   return (direction == LINE_ID_UPSTREAM || direction == LINE_ID_DOWNSTREAM) && protocol >= LINE_ID_DHCPV4 &&
          protocol <= LINE_ID_PPPOE;
@@ -38,6 +32,11 @@ bool is_counted(uint8_t direction, int8_t protocol) {
 
 uint32_t total_of(uint32_t group, int8_t protocol) {
   return group + static_cast<uint32_t>(protocol - LINE_ID_DHCPV4) * PER_PROTOCOL;
+}
+
+int32_t count_code(line_id_pppoe_table table, uint8_t oltid, uint8_t code, uint16_t vlan) {
+  line_id_count_pppoe(table, oltid, LINE_ID_PPPOE_TYPE_OF[code], vlan);
+  return line_id_counts_pppoe(oltid, vlan) ? LINE_ID_OK : LINE_ID_ERR;
 }
 
 } // namespace
@@ -52,8 +51,8 @@ int32_t line_id_reset_statistics_cfg() {
 void line_id_inc_processed_pkt_count(uint8_t direction, int8_t protocol, uint8_t pass_through) {
   if (!is_counted(direction, protocol)) return;
   // The pass-through totals stay 0: the processed total counts every frame that was sent.
-  add_alone(total_of(PROCESSED, protocol));
-  add_alone(total_of(pass_through != 0 ? PASS_THROUGH : PROCESSED, protocol) + direction);
+  line_id_add_alone(g_line_id_statics[total_of(PROCESSED, protocol)]);
+  line_id_add_alone(g_line_id_statics[total_of(pass_through != 0 ? PASS_THROUGH : PROCESSED, protocol) + direction]);
 }
 
 int32_t line_id_inc_drop_pkt_count(uint8_t direction, int8_t protocol) {
@@ -68,13 +67,13 @@ int32_t line_id_inc_drop_pkt_count(uint8_t direction, int8_t protocol) {
 }
 
 int32_t line_id_inc_pppoe_recv_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan) {
-  return line_id_count_pppoe(PPPOE_RECEIVED, oltid, LINE_ID_PPPOE_TYPE_OF[code], vlan);
+  return count_code(PPPOE_RECEIVED, oltid, code, vlan);
 }
 int32_t line_id_inc_pppoe_forwd_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan) {
-  return line_id_count_pppoe(PPPOE_FORWARDED, oltid, LINE_ID_PPPOE_TYPE_OF[code], vlan);
+  return count_code(PPPOE_FORWARDED, oltid, code, vlan);
 }
 int32_t line_id_inc_pppoe_drop_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan) {
-  return line_id_count_pppoe(PPPOE_DROPPED, oltid, LINE_ID_PPPOE_TYPE_OF[code], vlan);
+  return count_code(PPPOE_DROPPED, oltid, code, vlan);
 }
 
 // All three directions of a protocol's group.

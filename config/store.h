@@ -66,9 +66,11 @@ inline void line_id_store_switch(line_id_common_cfg* cfg, line_id_switch_field f
 }
 
 // What the getters of switches return; frames ask for a field themselves.
-inline int32_t line_id_get_switch(uint8_t oltid, line_id_switch_field field) {
-  line_id_common_cfg* cfg = line_id_cfg_of(oltid);
+inline int32_t line_id_get_switch(line_id_common_cfg* cfg, line_id_switch_field field) {
   return cfg != nullptr ? static_cast<int8_t>(line_id_load_switch(cfg, field)) : 0;
+}
+inline int32_t line_id_get_switch(uint8_t oltid, line_id_switch_field field) {
+  return line_id_get_switch(line_id_cfg_of(oltid), field);
 }
 
 // ---- switches: -147 outside 0..1 (format type 0..2). Option 82, Option 18 and PPPoE+ push the trap rule at once.

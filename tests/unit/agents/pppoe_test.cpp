@@ -372,14 +372,30 @@ int move_to_instance_1(uint8_t mode, line_id_param_write_func, line_id_pkt_prope
   return 0;
 }
 
-TEST_F(pppoe_test, a_hook_may_move_the_frame_to_another_instance) {
+int move_to_vlan_300(uint8_t mode, line_id_param_write_func, line_id_pkt_property* property) {
+  if (mode == 2) property->cvlan = 300;
+  return 0;
+}
+
+TEST_F(pppoe_test, a_hook_may_move_the_frame) {
   agent_config config = agent_defaults();
+  config.table.pppoe_anti_spoofing_enable = 1;
   ASSERT_EQ(agent_start(config), 0);
   config.table.remoteid_enable = 0;
   ASSERT_EQ(agent_add_instance(config, 1), 0);
+  line_id_set_pppoe_plus_cfg(1, 0);
   line_id_reg_param_custom_if(move_to_instance_1);
-  EXPECT_EQ(agent_feed(discovery(PADI).done(), 1).sent.at(0).frame,
-            discovery(PADI).option(0x0105, tag_value({sub1(CTC)})).done());
+  const auto moved = [](const octets& tags) {
+    const octets expected = discovery(PADI).raw(tags).option(0x0105, tag_value({sub1(CTC)})).done();
+    EXPECT_EQ(agent_feed(discovery(PADI).raw(tags).done(), 1).sent.at(0).frame, expected);
+  };
+  moved({});
+  moved(tlv2(0x5516, {0, 42, 0, 7}));
+  EXPECT_EQ(counted(), (counts{2, 0, 0})) << "the other instance counts nothing";
+  line_id_reg_param_custom_if(move_to_vlan_300);
+  agent_feed(discovery(PADI).done(), 1);
+  EXPECT_EQ(counted(), (counts{3, 0, 0}));
+  EXPECT_EQ(g_line_id_statics[4124 + 5 * 4097 + 300].load(), 1U) << "forwarded in the other VLAN";
 }
 
 TEST_F(pppoe_test, white_list_passes_by_policy) {
