@@ -197,11 +197,10 @@ bench_desk::bench_desk(const octets& from, uint8_t packet_type) : frame(from) {
 int32_t bench_desk::ask() {
   const auto len = static_cast<uint32_t>(frame.size());
   const uint8_t* data = unit->data;
-  const int32_t tags = line_id_check_vlan_tag_num(data, len);
-  pkt.vlan_count = static_cast<uint8_t>(tags);
+  pkt.vlan_count = static_cast<uint8_t>(line_id_count_tags(data, len));
   switch (pkt.packet_type) {
   case LINE_ID_DHCPV4:
-    if (line_id_check_dhcp_pkt(data, len, LINE_ID_UPSTREAM) != LINE_ID_OK) return LINE_ID_ERR;
+    if (line_id_check_dhcp_pkt(data, len, pkt.vlan_count, LINE_ID_UPSTREAM) != LINE_ID_OK) return LINE_ID_ERR;
     return line_id_dhcp_event_proc(unit.get(), out, &info);
   case LINE_ID_DHCPV6: return line_id_dhcpv6_event_proc(unit.get(), out, &info);
   default: {

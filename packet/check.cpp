@@ -10,10 +10,6 @@
 
 namespace {
 
-constexpr uint16_t TPID_CUSTOMER = 0x8100; // IEEE 802.1Q
-constexpr uint16_t TPID_SERVICE = 0x88A8;
-constexpr uint16_t ETHERTYPE_IPV6 = 0x86DD;
-constexpr uint32_t TPID_OFFSET = 12;
 constexpr uint16_t VID_MASK = 0x0FFF;
 constexpr uint16_t VID_UNTAGGED = 4088; // how the line card marks a frame without a VLAN
 constexpr uint16_t VLAN_NONE = 4096;
@@ -28,25 +24,8 @@ constexpr uint8_t PADR = 0x19;
 constexpr uint8_t PADS = 0x65;
 constexpr uint8_t PADT = 0xA7;
 
-bool has_word(uint32_t len, uint32_t offset) { return len >= 2 && offset <= len - 2; }
-
-bool is_tpid(const uint8_t* frame, uint32_t len, uint32_t offset) {
-  if (!has_word(len, offset)) return false;
-  const uint16_t word = line_id_get_u16(frame + offset);
-  return word == TPID_CUSTOMER || word == TPID_SERVICE;
-}
-
-int32_t count_tags(const uint8_t* frame, uint32_t len) {
-  if (!is_tpid(frame, len, TPID_OFFSET)) return 0;
-  // ODD: the last position that holds a TPID counts, even when a position before it holds none.
-  for (uint32_t tags = LINE_ID_MAX_TAGS; tags > 1; --tags) {
-    if (is_tpid(frame, len, TPID_OFFSET + (tags - 1) * VLAN_TAG_LEN)) return static_cast<int32_t>(tags);
-  }
-  return 1;
-}
-
 uint16_t vid_at(const uint8_t* frame, uint32_t len, uint32_t offset) {
-  if (!has_word(len, offset)) return VLAN_NONE;
+  if (!line_id_has_word(len, offset)) return VLAN_NONE;
   const uint16_t vid = line_id_get_u16(frame + offset) & VID_MASK;
   return vid == VID_UNTAGGED ? VLAN_NONE : vid;
 }
@@ -69,7 +48,7 @@ int32_t line_id_check_vlan_tag_num(const uint8_t* frame, uint32_t len) {
     LINE_ID_WARN(LOG_GENERAL, "line_id_check_vlan_tag_num failed(%d).\r\n", LINE_ID_ERR_NULL);
     return LINE_ID_ERR_NULL;
   }
-  return count_tags(frame, len);
+  return static_cast<int32_t>(line_id_count_tags(frame, len));
 }
 
 int32_t line_id_check_vlan(const uint8_t* frame, uint32_t len, uint16_t* svlan, uint16_t* cvlan) {
@@ -79,22 +58,20 @@ int32_t line_id_check_vlan(const uint8_t* frame, uint32_t len, uint16_t* svlan, 
   }
   *svlan = VLAN_NONE;
   *cvlan = VLAN_NONE;
-  const int32_t tags = count_tags(frame, len);
+  const uint32_t tags = line_id_count_tags(frame, len);
   if (tags == 0) return 0;
   *cvlan = vid_at(frame, len, 14);
-  if (is_tpid(frame, len, 16)) {
+  if (line_id_is_tpid(frame, len, 16)) {
     *svlan = *cvlan;
     // ODD: the inner VLAN is taken from octet 20, not from the second tag's own word at 18.
     *cvlan = vid_at(frame, len, 20);
   }
-  return tags;
+  return static_cast<int32_t>(tags);
 }
 
 int32_t line_id_get_eth_header_type(const uint8_t* frame, uint32_t len) {
   if (frame == nullptr) return LINE_ID_DHCPV4;
-  const uint32_t offset = TPID_OFFSET + VLAN_TAG_LEN * static_cast<uint32_t>(count_tags(frame, len));
-  const bool ipv6 = has_word(len, offset) && line_id_get_u16(frame + offset) == ETHERTYPE_IPV6;
-  return ipv6 ? LINE_ID_DHCPV6 : LINE_ID_DHCPV4;
+  return line_id_type_behind_tags(frame, len, line_id_count_tags(frame, len));
 }
 
 int32_t line_id_check_processed_time(uint32_t start, uint32_t now) {
@@ -134,10 +111,9 @@ int32_t line_id_check_udp_header(const uint8_t* udp, int32_t remaining, uint8_t 
   return LINE_ID_ERR_IP_LENGTH;
 }
 
-template <uint8_t log> LINE_ID_FLAT int32_t line_id_check_dhcp_pkt(const uint8_t* frame, uint32_t len, uint8_t direct) {
-  const int32_t tags = line_id_check_vlan_tag_num(frame, len);
-  if (tags < 0) return tags;
-  const uint32_t eth_header_len = ETH_HEADER_LEN + VLAN_TAG_LEN * static_cast<uint32_t>(tags);
+template <uint8_t log>
+LINE_ID_FLAT int32_t line_id_check_dhcp_pkt(const uint8_t* frame, uint32_t len, uint32_t tags, uint8_t direct) {
+  const uint32_t eth_header_len = ETH_HEADER_LEN + VLAN_TAG_LEN * tags;
   LINE_ID_INFO(log, "eth_header_len = %d .\r\n", static_cast<int>(eth_header_len));
 
   const header_at ip = header_at_offset(frame, len, eth_header_len);
@@ -155,9 +131,14 @@ template <uint8_t log> LINE_ID_FLAT int32_t line_id_check_dhcp_pkt(const uint8_t
   return LINE_ID_OK;
 }
 
+int32_t line_id_check_dhcp_pkt(const uint8_t* frame, uint32_t len, uint32_t tags, uint8_t direct) {
+  return line_id_traces_on() ? line_id_traced<line_id_check_dhcp_pkt<LOG_DHCPV4>>(frame, len, tags, direct)
+                             : line_id_check_dhcp_pkt<LOG_NONE>(frame, len, tags, direct);
+}
+
 int32_t line_id_check_dhcp_pkt(const uint8_t* frame, uint32_t len, uint8_t direct) {
-  return line_id_traces_on() ? line_id_traced<line_id_check_dhcp_pkt<LOG_DHCPV4>>(frame, len, direct)
-                             : line_id_check_dhcp_pkt<LOG_NONE>(frame, len, direct);
+  const int32_t tags = line_id_check_vlan_tag_num(frame, len);
+  return tags >= 0 ? line_id_check_dhcp_pkt(frame, len, static_cast<uint32_t>(tags), direct) : tags;
 }
 
 int32_t line_id_check_pppoe_header(const uint8_t* pppoe, int32_t remaining, uint8_t direct) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "core/log.h"
+#include "core/records.h"
 #include "packet/frame.h"
 
 #include <bit>
@@ -17,14 +18,43 @@ constexpr int32_t IP6_HEADER_LEN = 40;  // RFC 8200
 constexpr int32_t UDP_HEADER_LEN = 8;   // RFC 768
 constexpr int32_t PPPOE_HEADER_LEN = 6; // RFC 2516
 
+constexpr uint32_t TPID_OFFSET = 12;
+constexpr uint16_t TPID_CUSTOMER = 0x8100; // IEEE 802.1Q
+constexpr uint16_t TPID_SERVICE = 0x88A8;
+constexpr uint16_t ETHERTYPE_IPV6 = 0x86DD;
+
 // ---- VLAN tags and EtherType
 
-// Tags of a frame: the last of the octets 12, 16, 20 and 24 that holds a TPID gives 1 to 4, none at 12 gives 0. -9 for
-// null. A word that is not wholly inside the frame is no TPID.
+inline bool line_id_has_word(uint32_t len, uint32_t offset) { return len >= 2 && offset <= len - 2; }
+
+// A word that is not wholly inside the frame is no TPID.
+inline bool line_id_is_tpid(const uint8_t* frame, uint32_t len, uint32_t offset) {
+  if (!line_id_has_word(len, offset)) return false;
+  const uint16_t word = line_id_get_u16(frame + offset);
+  return word == TPID_CUSTOMER || word == TPID_SERVICE;
+}
+
+// Tags of a frame: the last of the octets 12, 16, 20 and 24 that holds a TPID gives 1 to 4, none at 12 gives 0.
+inline uint32_t line_id_count_tags(const uint8_t* frame, uint32_t len) {
+  if (!line_id_is_tpid(frame, len, TPID_OFFSET)) return 0;
+  // ODD: the last position that holds a TPID counts, even when a position before it holds none.
+  for (uint32_t tags = LINE_ID_MAX_TAGS; tags > 1; --tags) {
+    if (line_id_is_tpid(frame, len, TPID_OFFSET + (tags - 1) * VLAN_TAG_LEN)) return tags;
+  }
+  return 1;
+}
+// The same, or -9 for null.
 int32_t line_id_check_vlan_tag_num(const uint8_t* frame, uint32_t len);
-// The same count, and the VLANs: 4096 where there is none. -9 for a null pointer.
+// The same, and the VLANs: 4096 where there is none. -9 for a null pointer.
 int32_t line_id_check_vlan(const uint8_t* frame, uint32_t len, uint16_t* svlan, uint16_t* cvlan);
-// LINE_ID_DHCPV6 when the EtherType behind the tags is IPv6, else LINE_ID_DHCPV4.
+
+// LINE_ID_DHCPV6 when the EtherType behind so many tags is IPv6, else LINE_ID_DHCPV4.
+inline int32_t line_id_type_behind_tags(const uint8_t* frame, uint32_t len, uint32_t tags) {
+  const uint32_t offset = TPID_OFFSET + VLAN_TAG_LEN * tags;
+  const bool ipv6 = line_id_has_word(len, offset) && line_id_get_u16(frame + offset) == ETHERTYPE_IPV6;
+  return ipv6 ? LINE_ID_DHCPV6 : LINE_ID_DHCPV4;
+}
+// The same behind its own tags. LINE_ID_DHCPV4 for null.
 int32_t line_id_get_eth_header_type(const uint8_t* frame, uint32_t len);
 // 0 when `start` is later than `now` or two or more earlier, else -1.
 int32_t line_id_check_processed_time(uint32_t start, uint32_t now);
@@ -112,5 +142,7 @@ int32_t line_id_check_ip_header(const uint8_t* ip, int32_t remaining);
 int32_t line_id_check_udp_header(const uint8_t* udp, int32_t remaining, uint8_t direct);
 // A whole DHCPv4 frame: 0, or -82 (IP), -84 (UDP), -9 for null.
 int32_t line_id_check_dhcp_pkt(const uint8_t* frame, uint32_t len, uint8_t direct);
+// The same behind so many tags, not for null.
+int32_t line_id_check_dhcp_pkt(const uint8_t* frame, uint32_t len, uint32_t tags, uint8_t direct);
 // A PPPoE Discovery header: 0, or -86 (version and type), -87 (code does not belong to the direction), -88 (length).
 int32_t line_id_check_pppoe_header(const uint8_t* pppoe, int32_t remaining, uint8_t direct);

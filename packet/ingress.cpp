@@ -37,14 +37,14 @@ struct ingress_row {
   const char* title; // the name in notices of arrival and of the pool
   const char* module;
   const char* gap; // ODD: the DHCPv6 notice of a frame passed through lacks a space
-  int32_t (*enabled)(uint8_t oltid);
-  int32_t (*transparent)(uint8_t oltid);         // or null
-  int32_t (*check_header)(trapped_frame& frame); // 0 or the refusal; or null: the agent checks
+  line_id_switch_field enabled;
+  line_id_switch_field transparent;                    // or null
+  int32_t (*check_header)(const trapped_frame& frame); // 0 or the refusal; or null: the agent checks
 };
 
 // ---- checks
 
-int32_t check_arguments(const trapped_frame& frame, const char* name, uint8_t log) {
+template <uint8_t log> int32_t check_arguments(const trapped_frame& frame, const char* name) {
   if (frame.data == nullptr) {
     LINE_ID_WARN(log, "%s pkt is null.!\r", name);
     return LINE_ID_ERR_NULL;
@@ -64,20 +64,14 @@ int32_t check_arguments(const trapped_frame& frame, const char* name, uint8_t lo
   return LINE_ID_OK;
 }
 
-int32_t check_dhcp4_header(trapped_frame& frame) {
-  if (line_id_check_dhcp_pkt(frame.data, frame.len, frame.direct) == LINE_ID_OK) return LINE_ID_OK;
+int32_t check_dhcp4_header(const trapped_frame& frame) {
+  if (line_id_check_dhcp_pkt(frame.data, frame.len, frame.tags, frame.direct) == LINE_ID_OK) return LINE_ID_OK;
   LINE_ID_WARN(LOG_DHCPV4, "invalid dhcpv4 header for pkt from src_port %d.\r\n", static_cast<int>(frame.src_port));
   return LINE_ID_ERR;
 }
 
-int32_t check_pppoe_header(trapped_frame& frame) {
-  const int32_t tags = line_id_check_vlan_tag_num(frame.data, frame.len);
-  LINE_ID_INFO(LOG_PPPOE, "tags = %d .\r\n", tags);
-  if (tags < 0) {
-    LINE_ID_WARN(LOG_PPPOE, "tags level is error!\r");
-    return LINE_ID_ERR_VLAN;
-  }
-  frame.tags = static_cast<uint8_t>(tags);
+int32_t check_pppoe_header(const trapped_frame& frame) {
+  LINE_ID_INFO(LOG_PPPOE, "tags = %d .\r\n", frame.tags);
   const uint32_t header = ETH_HEADER_LEN + VLAN_TAG_LEN * frame.tags;
   const int32_t remaining = static_cast<int32_t>(frame.len) - static_cast<int32_t>(header);
   const uint8_t* pppoe = frame.data + std::min(header, frame.len);
@@ -95,8 +89,8 @@ constexpr ingress_row DHCP4_ROW = {
     .title = "dhcpv4",
     .module = "dhcpv4 option82",
     .gap = " ",
-    .enabled = line_id_get_option82_enable_cfg,
-    .transparent = line_id_get_option82_transparent_cfg,
+    .enabled = &line_id_common_cfg::option82_enable,
+    .transparent = &line_id_common_cfg::option82_transparent,
     .check_header = check_dhcp4_header,
 };
 constexpr ingress_row DHCP6_ROW = {
@@ -108,7 +102,7 @@ constexpr ingress_row DHCP6_ROW = {
     .title = "dhcpv6",
     .module = "dhcpv6 option18",
     .gap = "",
-    .enabled = line_id_get_option18_enable_cfg,
+    .enabled = &line_id_common_cfg::option18_enable,
     .transparent = nullptr,
     .check_header = nullptr,
 };
@@ -121,14 +115,14 @@ constexpr ingress_row PPPOE_ROW = {
     .title = "PPPoE",
     .module = "pppoe module",
     .gap = " ",
-    .enabled = line_id_get_pppoe_plus_enable_cfg,
-    .transparent = line_id_get_pppoe_plus_transparent_cfg,
+    .enabled = &line_id_common_cfg::pppoe_plus_enable,
+    .transparent = &line_id_common_cfg::pppoe_plus_transparent,
     .check_header = check_pppoe_header,
 };
 
 // ---- into the pool and the queue
 
-void fill_unit(line_id_unit* unit, const ingress_row& row, const trapped_frame& frame) {
+template <const ingress_row& row> void fill_unit(line_id_unit* unit, const trapped_frame& frame) {
   const line_id_append_info& line = *frame.append_info;
   line_id_pkt_info* info = unit->pkt_info_ptr;
   info->direct = frame.direct;
@@ -151,7 +145,8 @@ void fill_unit(line_id_unit* unit, const ingress_row& row, const trapped_frame& 
     info->reserved[LINE_ID_EXT_LINE_ID_SWITCH] = line.ext[LINE_ID_EXT_LINE_ID_SWITCH];
   }
   unit->length = frame.len;
-  std::memcpy(unit->data, frame.data, frame.len);
+  // Not memcpy, of which g++ makes a slow string instruction for x86 because it knows a bound of the length.
+  std::memmove(unit->data, frame.data, frame.len);
 }
 
 void trace_unit(const line_id_unit* unit, uint8_t log) {
@@ -178,31 +173,21 @@ line_id_unit* take_unit(const ingress_row& row, uint8_t direct) {
   return nullptr;
 }
 
-__attribute__((always_inline)) inline int32_t post(const ingress_row& row, const trapped_frame& frame,
-                                                   line_id_unit* unit) {
-  constexpr uint32_t FRAME_MSG_EXTRA = 16;
-  const int32_t sent = line_id_send_pkt_msg(row.kind, unit, frame.len + FRAME_MSG_EXTRA);
-  if (sent == LINE_ID_OK) return LINE_ID_OK;
-  line_id_inc_drop_pkt_count(frame.direct, static_cast<int8_t>(row.packet_type));
-  LINE_ID_WARN(row.log, "fail to send %s msg to msg queue.\r", row.name);
-  if (line_id_buf_pool_unmark_queued(unit, row.kind)) line_id_buf_pool_free(unit, &g_line_id_pkt_sem);
-  return sent;
-}
-
-__attribute__((cold, noinline)) int32_t post_traced(const ingress_row& row, const trapped_frame& frame,
-                                                    line_id_unit* unit) {
-  trace_unit(unit, row.log);
-  const int32_t sent = post(row, frame, unit);
-  if (sent == LINE_ID_OK) LINE_ID_INFO(row.log, "\r\n line_id_send_pkt_msg ok!\r");
-  return sent;
-}
-
-int32_t enqueue(const ingress_row& row, const trapped_frame& frame) {
+template <const ingress_row& row, uint8_t log> int32_t enqueue(const trapped_frame& frame) {
   line_id_unit* unit = take_unit(row, frame.direct);
   if (unit == nullptr) return LINE_ID_ERR_POOL;
-  fill_unit(unit, row, frame);
-  if (row.whole_record && line_id_log_enabled(row.log, 2)) return post_traced(row, frame, unit);
-  return post(row, frame, unit);
+  fill_unit<row>(unit, frame);
+  if (row.whole_record && line_id_log_enabled(log, 2)) trace_unit(unit, log);
+  constexpr uint32_t FRAME_MSG_EXTRA = 16;
+  const int32_t sent = line_id_send_pkt_msg(row.kind, unit, frame.len + FRAME_MSG_EXTRA);
+  if (sent == LINE_ID_OK) {
+    if (row.whole_record) LINE_ID_INFO(log, "\r\n line_id_send_pkt_msg ok!\r");
+    return LINE_ID_OK;
+  }
+  line_id_inc_drop_pkt_count(frame.direct, static_cast<int8_t>(row.packet_type));
+  LINE_ID_WARN(log, "fail to send %s msg to msg queue.\r", row.name);
+  if (line_id_buf_pool_unmark_queued(unit, row.kind)) line_id_buf_pool_free(unit, &g_line_id_pkt_sem);
+  return sent;
 }
 
 // ---- the common road
@@ -211,20 +196,55 @@ int32_t pass_through(const trapped_frame& frame) {
   return line_id_send_eth_pkt(frame.oltid, frame.direct, static_cast<uint16_t>(frame.src_port), frame.data, frame.len);
 }
 
-template <const ingress_row& row> int32_t receive(trapped_frame& frame) {
-  if (row.enabled(frame.oltid) == 0) {
-    LINE_ID_WARN(row.log, "%s is not enabled.!\r", row.module);
-    LINE_ID_WARN(row.log, "%s oltid (%d)%sis enable .LNID_SEND_PASS_THROUGH.!\r\n", row.name, frame.oltid, row.gap);
+// `log` is the row's category, or LOG_NONE while nothing is traced.
+template <const ingress_row& row, uint8_t log> int32_t receive(const trapped_frame& frame) {
+  line_id_common_cfg* cfg = line_id_cfg_of(frame.oltid);
+  if (line_id_get_switch(cfg, row.enabled) == 0) {
+    LINE_ID_WARN(log, "%s is not enabled.!\r", row.module);
+    LINE_ID_WARN(log, "%s oltid (%d)%sis enable .LNID_SEND_PASS_THROUGH.!\r\n", row.name, frame.oltid, row.gap);
     return pass_through(frame);
   }
-  LINE_ID_INFO(row.log, "%s pkt rev from src_port = %d, direct =%d, len = %d\r\n", row.title,
+  LINE_ID_INFO(log, "%s pkt rev from src_port = %d, direct =%d, len = %d\r\n", row.title,
                static_cast<int>(frame.src_port), frame.direct, static_cast<int>(frame.len));
-  if (row.transparent != nullptr && row.transparent(frame.oltid) == 1) return pass_through(frame);
+  if (row.transparent != nullptr && line_id_get_switch(cfg, row.transparent) == 1) return pass_through(frame);
   if (row.check_header != nullptr) {
     const int32_t checked = row.check_header(frame);
     if (checked != LINE_ID_OK) return checked;
   }
-  return enqueue(row, frame);
+  return enqueue<row, log>(frame);
+}
+
+template <uint8_t log> LINE_ID_FLAT int32_t line_id_dhcp_receive_if(trapped_frame& frame) {
+  const int32_t checked = check_arguments<log>(frame, "dhcp");
+  if (checked != LINE_ID_OK) return checked;
+  if (line_id_get_data_init_done_cfg() == 0) {
+    // ODD: an error, printed at any level; the PPPoE entry only warns.
+    LINE_ID_ERROR("lineid data is not initialized.!\r\n");
+    return LINE_ID_ERR_NOT_INIT;
+  }
+  const uint32_t tags = line_id_count_tags(frame.data, frame.len);
+  const int32_t family = line_id_type_behind_tags(frame.data, frame.len, tags);
+  frame.tags = static_cast<uint8_t>(tags);
+  frame.oltid = frame.append_info->ext[LINE_ID_EXT_OLTID];
+  LINE_ID_INFO(log, "dhcp_type = %d .\r\n", family);
+  LINE_ID_INFO(log, "vlan_count = %d .\r\n", frame.tags);
+  LINE_ID_INFO(log, "oltid = %d .\r\n", frame.oltid);
+  LINE_ID_INFO(log, "gemport_enable = %d\r\n", line_id_get_gemport_cfg());
+  constexpr uint8_t LOG6 = log == LOG_NONE ? LOG_NONE : LOG_DHCPV6;
+  return family == LINE_ID_DHCPV6 ? receive<DHCP6_ROW, LOG6>(frame) : receive<DHCP4_ROW, log>(frame);
+}
+
+template <uint8_t log> LINE_ID_FLAT int32_t line_id_pppoe_receive_if(trapped_frame& frame) {
+  const int32_t checked = check_arguments<log>(frame, "pppoe");
+  if (checked != LINE_ID_OK) return checked;
+  frame.tags = static_cast<uint8_t>(line_id_count_tags(frame.data, frame.len));
+  frame.oltid = frame.append_info->ext[LINE_ID_EXT_OLTID];
+  LINE_ID_INFO(log, "gemport_enable = %d\r\n", line_id_get_gemport_cfg());
+  if (line_id_get_data_init_done_cfg() == 0) {
+    LINE_ID_WARN(log, "lineid data is not initialized.!\r");
+    return LINE_ID_ERR_NOT_INIT;
+  }
+  return receive<PPPOE_ROW, log>(frame);
 }
 
 } // namespace
@@ -243,44 +263,15 @@ int32_t line_id_send_pkt_msg(uint32_t kind, line_id_unit* unit, uint32_t) {
 int32_t line_id_dhcp_receive_if(const uint8_t* frame, uint32_t len, uint32_t src_port, uint8_t direct,
                                 const line_id_append_info* append_info) {
   trapped_frame trapped = {frame, len, src_port, direct, append_info, 0, 0};
-  const int32_t checked = check_arguments(trapped, "dhcp", LOG_DHCPV4);
-  if (checked != LINE_ID_OK) return checked;
-  if (line_id_get_data_init_done_cfg() == 0) {
-    // ODD: an error, printed at any level; the PPPoE entry only warns.
-    LINE_ID_ERROR("lineid data is not initialized.!\r\n");
-    return LINE_ID_ERR_NOT_INIT;
-  }
-  uint16_t svlan = 0;
-  uint16_t cvlan = 0;
-  const int32_t family = line_id_get_eth_header_type(frame, len);
-  const int32_t tags = line_id_check_vlan(frame, len, &svlan, &cvlan);
-  trapped.oltid = append_info->ext[LINE_ID_EXT_OLTID];
-  if (line_id_log_enabled(LOG_DHCPV4, 2)) {
-    LINE_ID_INFO(LOG_DHCPV4, "dhcp_type = %d .\r\n", family);
-    LINE_ID_INFO(LOG_DHCPV4, "vlan_count = %d .\r\n", tags);
-    LINE_ID_INFO(LOG_DHCPV4, "oltid = %d .\r\n", trapped.oltid);
-    LINE_ID_INFO(LOG_DHCPV4, "gemport_enable = %d\r\n", line_id_get_gemport_cfg());
-  }
-  if (tags < 0) {
-    LINE_ID_WARN(LOG_DHCPV4, "vlan_count is error!\r");
-    return LINE_ID_ERR_VLAN;
-  }
-  trapped.tags = static_cast<uint8_t>(tags);
-  return family == LINE_ID_DHCPV6 ? receive<DHCP6_ROW>(trapped) : receive<DHCP4_ROW>(trapped);
+  return line_id_traces_on() ? line_id_traced<line_id_dhcp_receive_if<LOG_DHCPV4>>(trapped)
+                             : line_id_dhcp_receive_if<LOG_NONE>(trapped);
 }
 
 int32_t line_id_pppoe_receive_if(const uint8_t* frame, uint32_t len, uint32_t src_port, uint8_t direct,
                                  const line_id_append_info* append_info) {
   trapped_frame trapped = {frame, len, src_port, direct, append_info, 0, 0};
-  const int32_t checked = check_arguments(trapped, "pppoe", LOG_PPPOE);
-  if (checked != LINE_ID_OK) return checked;
-  trapped.oltid = append_info->ext[LINE_ID_EXT_OLTID];
-  LINE_ID_INFO(LOG_PPPOE, "gemport_enable = %d\r\n", line_id_get_gemport_cfg());
-  if (line_id_get_data_init_done_cfg() == 0) {
-    LINE_ID_WARN(LOG_PPPOE, "lineid data is not initialized.!\r");
-    return LINE_ID_ERR_NOT_INIT;
-  }
-  return receive<PPPOE_ROW>(trapped);
+  return line_id_traces_on() ? line_id_traced<line_id_pppoe_receive_if<LOG_PPPOE>>(trapped)
+                             : line_id_pppoe_receive_if<LOG_NONE>(trapped);
 }
 
 int32_t line_id_dhcp_receive(const uint8_t* frame, uint32_t len, uint32_t src_port, uint8_t direct,

@@ -30,7 +30,7 @@ void fill_info(line_id_inf_info& info, line_id_unit* unit, uint8_t* new_pkt) {
 }
 
 // `call` is the wrapper of `agent`'s slot. A missing agent passes its frames; an agent's own -2 drops them.
-int32_t process(lib_comm_task* task, line_id_agent_func agent, line_id_agent_func call) {
+LINE_ID_FLAT int32_t process(lib_comm_task* task, line_id_agent_func agent, line_id_agent_func call) {
   if (task == nullptr) {
     LINE_ID_WARN(LOG_GENERAL, "thread is NULL, failed(%d).\r\n", LINE_ID_ERR_NULL);
     return LINE_ID_ERR_NULL;
