@@ -58,12 +58,135 @@ struct bare_pipe {
   }
 };
 
+// The same with what the agent's road owes: a pool whose semaphore others may wait for, a queue for several senders
+// that puts configuration from other processes first and looks for a sleeping receiver, a unit that is handed over once
+// and that no forged message can name, the time of receipt, the line's record, the frame's zeroed facts, an event, and
+// a load or a store for each setting, hook, policy and counter. By hand, for the frame that is expected each time.
+struct dutiful_pipe {
+  enum : uint8_t { IS_FREE, IN_INGRESS, IN_QUEUE, IN_WORK };
+  struct slot {
+    std::atomic<uint32_t> filled;
+    uint32_t unit;
+  };
+  using event = int32_t (*)(dutiful_pipe&);
+
+  bench_desk& desk;
+  line_id_append_info line = bench_line();
+  std::atomic<uint8_t> settings[4] = {1, 0, 1, 0}; // as they are expected
+  std::atomic<uint32_t> semaphore{1};
+  std::atomic<uint8_t> state{IS_FREE};
+  line_id_unit* pool[16] = {};
+  uint32_t left = 0;
+  std::atomic<uint32_t> ring_end{0};
+  std::atomic<uint32_t> ring_first{0};
+  std::atomic<uint32_t> asleep{0};
+  slot ring[LINE_ID_MSG_DEPTH] = {};
+  std::atomic<uint32_t> others[4][2] = {}; // head and tail of each ring of other processes
+  event events[64] = {};
+  uint32_t event_end = 0;
+  uint32_t event_first = 0;
+  std::atomic<uint32_t> stop{0};
+  std::atomic<void*> hook{nullptr};
+  std::atomic<uint8_t> policy{0};
+  std::atomic<uint32_t> counters[2] = {};
+
+  explicit dutiful_pipe(bench_desk& of) : desk(of) { pool[left++] = of.unit.get(); }
+
+  template <class Body> void with_pool(Body body) {
+    for (uint32_t open = 1; !semaphore.compare_exchange_weak(open, 0, std::memory_order_acquire); open = 1) {
+    }
+    body();
+    if (semaphore.exchange(1, std::memory_order_release) != 0) std::abort(); // somebody waits
+  }
+
+  void fill(line_id_unit* unit, const octets& frame) {
+    line_id_pkt_info* info = unit->pkt_info_ptr;
+    std::memcpy(&info->svlan, &line.svlan, 2 * sizeof(uint16_t));
+    info->src_port = 1;
+    info->direct = LINE_ID_UPSTREAM;
+    info->onu_ponno = line.onu_ponno;
+    info->onu_portid = line.onu_portid;
+    info->onu_gemid = line.onu_gemid;
+    info->onu_authno = line.onu_authno;
+    std::memcpy(info->onu_mac, line.onu_mac, sizeof(info->onu_mac));
+    std::memcpy(info->reserved, line.ext, sizeof(line.ext));
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    info->recv_time = static_cast<uint32_t>(now.tv_sec * 100 + static_cast<uint32_t>(now.tv_nsec) / 10000000);
+    unit->length = static_cast<uint32_t>(frame.size());
+    std::memcpy(unit->data, frame.data(), frame.size());
+  }
+
+  void hand_in(const octets& frame) {
+    line_id_unit* unit = nullptr;
+    for (size_t i = 0; i < std::size(settings); i += 2) {
+      if (settings[i].load(std::memory_order_relaxed) != 1 || settings[i + 1].load(std::memory_order_relaxed) != 0)
+        return;
+    }
+    with_pool([&] {
+      unit = pool[--left];
+      state.store(IN_INGRESS, std::memory_order_relaxed);
+    });
+    fill(unit, frame);
+    state.store(IN_QUEUE, std::memory_order_release);
+    uint32_t at = ring_end.load(std::memory_order_relaxed);
+    do {
+      if (at - ring_first.load(std::memory_order_acquire) >= LINE_ID_MSG_DEPTH) return;
+    } while (!ring_end.compare_exchange_weak(at, at + 1));
+    slot& to = ring[at % LINE_ID_MSG_DEPTH];
+    to.unit = left;
+    to.filled.store(at + 1, std::memory_order_release);
+    if (asleep.load() != 0) std::abort();
+  }
+
+  bool fetch() {
+    uint32_t differ = stop.load();
+    for (auto& each : others) differ |= each[0].load(std::memory_order_relaxed) ^ each[1].load();
+    if (differ != 0) return false;
+    const uint32_t at = ring_first.load(std::memory_order_relaxed);
+    slot& from = ring[at % LINE_ID_MSG_DEPTH];
+    if (from.filled.load(std::memory_order_acquire) != at + 1 || from.unit > left) return false;
+    ring_first.store(at + 1, std::memory_order_release);
+    uint8_t expected = IN_QUEUE;
+    if (!state.compare_exchange_strong(expected, IN_WORK)) return false;
+    events[event_end++ % std::size(events)] = [](dutiful_pipe& pipe) { return pipe.process(); };
+    return true;
+  }
+
+  int32_t process() {
+    line_id_unit* unit = desk.unit.get();
+    std::memset(desk.out, 0, sizeof(desk.out));
+    desk.info = {};
+    desk.info.pkt_info_ptr = unit->pkt_info_ptr;
+    desk.info.origin_pkt_ptr = unit->data;
+    desk.info.origin_pkt_len = static_cast<uint16_t>(unit->length);
+    desk.info.new_pkt = desk.out;
+    std::memcpy(desk.info.client_mac, unit->data + 6, sizeof(desk.info.client_mac));
+    if (desk.ask() != 0) return LINE_ID_ERR;
+    if (hook.load(std::memory_order_acquire) != nullptr || policy.load(std::memory_order_relaxed) != 0)
+      return LINE_ID_ERR;
+    line_id_send_eth_pkt(0, LINE_ID_UPSTREAM, 1, desk.out, desk.info.new_pkt_len);
+    for (auto& each : counters) each.store(each.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    with_pool([&] {
+      state.store(IS_FREE, std::memory_order_release);
+      pool[left++] = unit;
+    });
+    return LINE_ID_OK;
+  }
+
+  void run(const octets& frame) {
+    hand_in(frame);
+    if (fetch()) keep(events[event_first++ % std::size(events)](*this));
+  }
+};
+
 void measure_one_thread(report& into) {
   one_thread_path path;
   for (const protocol& each : PROTOCOLS) {
     const octets frame = bench_frame(each.packet_type);
     bench_desk desk(frame, each.packet_type);
-    bare_pipe pipe(desk);
+    bare_pipe bare(desk);
+    dutiful_pipe dutiful(desk);
     const auto repeated = [](auto once) {
       return [once](uint32_t times) {
         for (uint32_t i = 0; i < times; ++i) once();
@@ -71,7 +194,8 @@ void measure_one_thread(report& into) {
     };
     const group_result found = into.add_group(std::string(each.name) + " path",
                                               {{"agent", repeated([&] { keep(desk.ask()); })},
-                                               {"agent in a bare pipe", repeated([&] { pipe.run(frame); })},
+                                               {"agent in a bare pipe", repeated([&] { bare.run(frame); })},
+                                               {"agent in a dutiful pipe", repeated([&] { dutiful.run(frame); })},
                                                {"path", repeated([&] { path.run(frame, each.packet_type); })}});
     into.add_ratio("path / agent, 1 thread", each.name, found, "path", "agent", 1.5);
   }
