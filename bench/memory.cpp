@@ -64,7 +64,7 @@ uint64_t sum_of_parts() {
       if (line_id_param_slot(letter) >= 0) letters += static_cast<uint64_t>(line_id_param_allocated(set, letter));
     }
   }
-  const uint64_t units = uint64_t{g_line_id_buf_pool_num} * (sizeof(line_id_unit) + sizeof(line_id_pkt_info));
+  const uint64_t units = uint64_t{g_line_id_buf_pool_num} * (sizeof(line_id_unit) + sizeof(line_id_unit*));
   constexpr uint32_t RINGS = PAL_MSGQ_PRIORITIES + 1; // and the agent's own
   const uint64_t queue = uint64_t{RINGS} * LINE_ID_MSG_DEPTH * sizeof(line_id_msg);
   return units + sizeof(line_id_buf_pool) + 2 * BINDINGS * sizeof(line_id_binding_entry) + letters * LINE_ID_TEXT_SIZE +

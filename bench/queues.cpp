@@ -54,13 +54,16 @@ contender ours(const char* name, uint32_t key, send_func send) {
 int32_t send_as_client(pal_msgQ_id id, const void* message, uint32_t len) {
   return pal_msgQ_send_priority(id, message, len, LINE_ID_MSG_PRIORITY_CFG);
 }
+int32_t send_as_ingress(pal_msgQ_id id, const void* message, uint32_t len) {
+  return pal_msgQ_send_own(id, message, len);
+}
 
 } // namespace
 
 void measure_queues(report& into) {
   const std::string name = "lineid.bench." + std::to_string(getpid());
   std::vector<contender> group = {ours("ours, between processes", SHARED_KEY, send_as_client),
-                                  ours("ours, in one process", 0, pal_msgQ_send_own)};
+                                  ours("ours, in one process", 0, send_as_ingress)};
 
   ipc::message_queue::remove(name.c_str());
   ipc::message_queue boost_queue(ipc::create_only, name.c_str(), LINE_ID_MSG_DEPTH, LEN);

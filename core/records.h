@@ -47,14 +47,16 @@ enum line_id_unit_state : uint8_t {
   UNIT_QUEUED = 16, // plus the message kind
 };
 
-// A frame copy of the pool. On exactly one of the pool's two lists.
-struct line_id_unit {
+// A frame copy of the pool. On exactly one of the pool's two lists. Units share no cache line: they are in the hands of
+// different threads.
+struct alignas(64) line_id_unit {
   line_id_unit* prev;
   line_id_unit* next;
-  uint32_t length;                // octets of `data` in use, 1 to 1534
-  line_id_pkt_info* pkt_info_ptr; // owned by the unit, allocated once
-  uint8_t data[LINE_ID_UNIT_LEN]; // from the destination MAC
-  std::atomic<uint8_t> state;     // line_id_unit_state
+  uint32_t length;                            // octets of `data` in use, 1 to 1534
+  std::atomic<uint8_t> state;                 // line_id_unit_state
+  line_id_pkt_info* pkt_info_ptr;             // `info` behind it
+  line_id_pkt_info info;                      // reached through the pointer
+  alignas(64) uint8_t data[LINE_ID_UNIT_LEN]; // from the destination MAC
 };
 
 // What the worker knows of the frame it handles; zeroed for each frame.

@@ -42,7 +42,7 @@ int32_t schedule_packet(lib_comm_lib* mgr, const line_id_msg& msg, packet_event 
   if (ret < 0) {
     line_id_inc_drop_pkt_count(unit->pkt_info_ptr->direct, static_cast<int8_t>(unit->pkt_info_ptr->packet_type));
     LINE_ID_WARN(LOG_GENERAL, "lib_comm_thread_add_event failed(%d).\r\n", ret);
-    line_id_buf_pool_free(unit, &g_line_id_pkt_sem);
+    line_id_buf_pool_give_back(unit);
   }
   return ret;
 }
@@ -70,7 +70,7 @@ int32_t dispatch(lib_comm_lib* mgr, const line_id_msg& msg) {
 // Frames that were scheduled and not run when the loop ended go back to the pool.
 void give_back_events(lib_comm_lib* mgr) {
   while (void* unit = lib_comm_thread_drop_event(mgr)) {
-    line_id_buf_pool_free(static_cast<line_id_unit*>(unit), &g_line_id_pkt_sem);
+    line_id_buf_pool_give_back(static_cast<line_id_unit*>(unit));
   }
 }
 

@@ -59,7 +59,7 @@ template <uint8_t log> int32_t line_id_send_pkt_by_policy(int8_t result, line_id
   const uint32_t len = rebuilt ? info->new_pkt_len : info->origin_pkt_len;
   const uint8_t oltid = line_id_info_oltid(info);
   LINE_ID_INFO(log, "debug info->pkt_info_ptr->reserved[3] = %d.\r\n", oltid);
-  if (line_id_send_eth_pkt(oltid, direct, static_cast<uint16_t>(pkt->src_port), frame, len) == 0) {
+  if (line_id_send_eth_pkt(oltid, direct, static_cast<uint16_t>(pkt->src_port), frame, len) == 0) [[likely]] {
     LINE_ID_INFO(log, "send eth pkt OK:\r");
     line_id_inc_processed_pkt_count(direct, packet_type, static_cast<uint8_t>(result));
   } else {

@@ -122,17 +122,18 @@ constexpr ingress_row PPPOE_ROW = {
 
 // ---- into the pool and the queue
 
+// The line's numbers, svlan to onu_authno, stand in both records in the same order.
+constexpr size_t LINE_NUMBERS_LEN = offsetof(line_id_append_info, onu_mac);
+static_assert(offsetof(line_id_append_info, svlan) == 0 && offsetof(line_id_append_info, onu_authno) == 10);
+static_assert(offsetof(line_id_pkt_info, onu_authno) == offsetof(line_id_pkt_info, svlan) + 10);
+uint8_t* octet_at(line_id_pkt_info* info, size_t at) { return reinterpret_cast<uint8_t*>(info) + at; }
+
 template <const ingress_row& row> void fill_unit(line_id_unit* unit, const trapped_frame& frame) {
   const line_id_append_info& line = *frame.append_info;
   line_id_pkt_info* info = unit->pkt_info_ptr;
   info->direct = frame.direct;
   info->src_port = frame.src_port;
-  info->svlan = line.svlan;
-  info->cvlan = line.cvlan;
-  info->onu_ponno = line.onu_ponno;
-  info->onu_portid = line.onu_portid;
-  info->onu_gemid = line.onu_gemid;
-  info->onu_authno = line.onu_authno;
+  std::memcpy(octet_at(info, offsetof(line_id_pkt_info, svlan)), &line, LINE_NUMBERS_LEN);
   std::memcpy(info->onu_mac, line.onu_mac, sizeof(info->onu_mac));
   info->packet_type = row.packet_type;
   info->recv_time = pal_tickget();
@@ -186,7 +187,7 @@ template <const ingress_row& row, uint8_t log> int32_t enqueue(const trapped_fra
   }
   line_id_inc_drop_pkt_count(frame.direct, static_cast<int8_t>(row.packet_type));
   LINE_ID_WARN(log, "fail to send %s msg to msg queue.\r", row.name);
-  if (line_id_buf_pool_unmark_queued(unit, row.kind)) line_id_buf_pool_free(unit, &g_line_id_pkt_sem);
+  line_id_buf_pool_free(unit, &g_line_id_pkt_sem);
   return sent;
 }
 
@@ -199,7 +200,7 @@ int32_t pass_through(const trapped_frame& frame) {
 // `log` is the row's category, or LOG_NONE while nothing is traced.
 template <const ingress_row& row, uint8_t log> int32_t receive(const trapped_frame& frame) {
   line_id_common_cfg* cfg = line_id_cfg_of(frame.oltid);
-  if (line_id_get_switch(cfg, row.enabled) == 0) {
+  if (line_id_get_switch(cfg, row.enabled) == 0) [[unlikely]] {
     LINE_ID_WARN(log, "%s is not enabled.!\r", row.module);
     LINE_ID_WARN(log, "%s oltid (%d)%sis enable .LNID_SEND_PASS_THROUGH.!\r\n", row.name, frame.oltid, row.gap);
     return pass_through(frame);
@@ -214,7 +215,10 @@ template <const ingress_row& row, uint8_t log> int32_t receive(const trapped_fra
   return enqueue<row, log>(frame);
 }
 
-template <uint8_t log> LINE_ID_FLAT int32_t line_id_dhcp_receive_if(trapped_frame& frame) {
+template <uint8_t log>
+LINE_ID_FLAT int32_t line_id_dhcp_receive_if(const uint8_t* data, uint32_t len, uint32_t src_port, uint8_t direct,
+                                             const line_id_append_info* append_info) {
+  trapped_frame frame = {data, len, src_port, direct, append_info, 0, 0};
   const int32_t checked = check_arguments<log>(frame, "dhcp");
   if (checked != LINE_ID_OK) return checked;
   if (line_id_get_data_init_done_cfg() == 0) {
@@ -234,7 +238,10 @@ template <uint8_t log> LINE_ID_FLAT int32_t line_id_dhcp_receive_if(trapped_fram
   return family == LINE_ID_DHCPV6 ? receive<DHCP6_ROW, LOG6>(frame) : receive<DHCP4_ROW, log>(frame);
 }
 
-template <uint8_t log> LINE_ID_FLAT int32_t line_id_pppoe_receive_if(trapped_frame& frame) {
+template <uint8_t log>
+LINE_ID_FLAT int32_t line_id_pppoe_receive_if(const uint8_t* data, uint32_t len, uint32_t src_port, uint8_t direct,
+                                              const line_id_append_info* append_info) {
+  trapped_frame frame = {data, len, src_port, direct, append_info, 0, 0};
   const int32_t checked = check_arguments<log>(frame, "pppoe");
   if (checked != LINE_ID_OK) return checked;
   frame.tags = static_cast<uint8_t>(line_id_count_tags(frame.data, frame.len));
@@ -253,8 +260,15 @@ int32_t line_id_send_pkt_msg(uint32_t kind, line_id_unit* unit, uint32_t) {
   line_id_msg msg = {};
   msg.kind = static_cast<uint16_t>(kind);
   msg.pointer = line_id_buf_pool_handle(unit);
-  line_id_buf_pool_mark_queued(unit, msg.kind);
-  const int32_t sent = pal_msgQ_send_own(g_line_id_msg_id, &msg, static_cast<uint32_t>(sizeof(msg)));
+  struct announced {
+    line_id_unit* unit;
+    uint16_t kind;
+  } frame = {unit, msg.kind};
+  const auto hand_over = [](void* arg) {
+    const auto* to = static_cast<const announced*>(arg);
+    line_id_buf_pool_mark_queued(to->unit, to->kind);
+  };
+  const int32_t sent = pal_msgQ_send_own(g_line_id_msg_id, &msg, static_cast<uint32_t>(sizeof(msg)), hand_over, &frame);
   if (sent >= 0) return LINE_ID_OK;
   LINE_ID_WARN(LOG_GENERAL, "line_id_send_pkt_msg failed(%d).\r\n", sent);
   return LINE_ID_ERR_SEND_MSG;
@@ -262,16 +276,16 @@ int32_t line_id_send_pkt_msg(uint32_t kind, line_id_unit* unit, uint32_t) {
 
 int32_t line_id_dhcp_receive_if(const uint8_t* frame, uint32_t len, uint32_t src_port, uint8_t direct,
                                 const line_id_append_info* append_info) {
-  trapped_frame trapped = {frame, len, src_port, direct, append_info, 0, 0};
-  return line_id_traces_on() ? line_id_traced<line_id_dhcp_receive_if<LOG_DHCPV4>>(trapped)
-                             : line_id_dhcp_receive_if<LOG_NONE>(trapped);
+  return line_id_traces_on()
+             ? line_id_traced<line_id_dhcp_receive_if<LOG_DHCPV4>>(frame, len, src_port, direct, append_info)
+             : line_id_dhcp_receive_if<LOG_NONE>(frame, len, src_port, direct, append_info);
 }
 
 int32_t line_id_pppoe_receive_if(const uint8_t* frame, uint32_t len, uint32_t src_port, uint8_t direct,
                                  const line_id_append_info* append_info) {
-  trapped_frame trapped = {frame, len, src_port, direct, append_info, 0, 0};
-  return line_id_traces_on() ? line_id_traced<line_id_pppoe_receive_if<LOG_PPPOE>>(trapped)
-                             : line_id_pppoe_receive_if<LOG_NONE>(trapped);
+  return line_id_traces_on()
+             ? line_id_traced<line_id_pppoe_receive_if<LOG_PPPOE>>(frame, len, src_port, direct, append_info)
+             : line_id_pppoe_receive_if<LOG_NONE>(frame, len, src_port, direct, append_info);
 }
 
 int32_t line_id_dhcp_receive(const uint8_t* frame, uint32_t len, uint32_t src_port, uint8_t direct,

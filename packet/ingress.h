@@ -10,6 +10,6 @@ int32_t line_id_dhcp_receive_if(const uint8_t* frame, uint32_t len, uint32_t src
 int32_t line_id_pppoe_receive_if(const uint8_t* frame, uint32_t len, uint32_t src_port, uint8_t direct,
                                  const line_id_append_info* append_info);
 
-// Announce a filled unit to the worker: 0, and the unit is the worker's; or -21, and what becomes of the unit is told
-// by line_id_buf_pool_unmark_queued. The length is not sent.
+// Announce a filled unit to the worker: 0, and the unit is the worker's; or -21, and it is still the caller's. The
+// length is not sent.
 int32_t line_id_send_pkt_msg(uint32_t kind, line_id_unit* unit, uint32_t len);

@@ -23,7 +23,7 @@ void fill_info(line_id_inf_info& info, line_id_unit* unit, uint8_t* new_pkt) {
   info.origin_pkt_len = static_cast<uint16_t>(unit->length);
   info.new_pkt = new_pkt;
   // A frame too short for a source MAC has none: what follows it in the unit is another subscriber's.
-  if (unit->length >= SOURCE_MAC_OFFSET + sizeof(info.client_mac)) {
+  if (unit->length >= SOURCE_MAC_OFFSET + sizeof(info.client_mac)) [[likely]] {
     std::memcpy(info.client_mac, unit->data + SOURCE_MAC_OFFSET, sizeof(info.client_mac));
   }
   line_id_take_vlan_profiles(&info);
@@ -45,7 +45,7 @@ LINE_ID_FLAT int32_t process(lib_comm_task* task, line_id_agent_func agent, line
   fill_info(info, unit, new_pkt);
   const int8_t result = static_cast<int8_t>(call(unit, new_pkt, &info));
   line_id_send_pkt_by_policy(agent != nullptr ? result : int8_t{LINE_ID_PKT_PASS}, &info);
-  line_id_buf_pool_free(unit, &g_line_id_pkt_sem);
+  line_id_buf_pool_give_back(unit);
   return LINE_ID_OK;
 }
 

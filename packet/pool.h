@@ -1,8 +1,10 @@
 // The pool of packet units: frames under way, allocated once.
 //
 // Host threads take units (state ingress) and announce them (queued); the worker takes them over (in work) and gives
-// them back. The two lists change only while the pool semaphore is held. A unit's frame and packet information belong
-// to the thread that took it; neither is cleared between uses, so nothing behind `length` may ever be read.
+// them back. The two lists change only while the pool semaphore is held. The worker needs neither: what it gives back
+// lies in a ring, from which whoever takes the semaphore next puts it on the free list. A unit's frame and packet
+// information belong to the thread that took it; neither is cleared between uses, so nothing behind `length` may ever
+// be read.
 #pragma once
 
 #include "core/records.h"
@@ -30,13 +32,13 @@ int32_t line_id_buf_pool_init(uint32_t count);
 line_id_unit* line_id_buf_pool_alloc(pal_sem* sem);
 // Give a unit back: the result of the semaphore's release; 0 for null. Any thread that owns the unit.
 int32_t line_id_buf_pool_free(line_id_unit* unit, pal_sem* sem);
+// The same without waiting for anybody. The worker only.
+void line_id_buf_pool_give_back(line_id_unit* unit);
 
 // The name of a unit in a queue message: its index + 1.
 uint32_t line_id_buf_pool_handle(const line_id_unit* unit);
-// Hand a unit over to the worker, before its message of `kind` is posted.
+// Hand a unit over to the worker, once its message of `kind` has a place and before it can be received.
 void line_id_buf_pool_mark_queued(line_id_unit* unit, uint16_t kind);
-// Take a unit back whose message could not be posted: false when it is no longer the caller's.
-bool line_id_buf_pool_unmark_queued(line_id_unit* unit, uint16_t kind);
 // The unit that a message names, now in work; null unless the unit exists and is queued for this kind. The worker.
 line_id_unit* line_id_buf_pool_take_queued(uint32_t handle, uint16_t kind);
 

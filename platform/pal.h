@@ -53,7 +53,9 @@ int32_t pal_msgQ_create_ex(pal_msgQ_id* id, uint32_t key, uint32_t depth, uint32
 int32_t pal_msgQ_send_priority(pal_msgQ_id id, const void* message, uint32_t len, uint32_t priority);
 // The same to whoever receives in this process, after all messages of other kinds. No other process sees these
 // messages, and none can hold them up; they count against the room that the reserve leaves. Allocates nothing.
-int32_t pal_msgQ_send_own(pal_msgQ_id id, const void* message, uint32_t len);
+// `before(arg)`, unless null, is called once there is room, and before the receiver can have the message.
+int32_t pal_msgQ_send_own(pal_msgQ_id id, const void* message, uint32_t len, void (*before)(void* arg) = nullptr,
+                          void* arg = nullptr);
 // Octets received, or -1 when `wait` ticks have passed; so long a message may lie there whose sender was killed while
 // it woke the receiver. An absent queue, or one whose lock a stopped process holds, lets them pass too, unless `wait`
 // is for ever: then it fails at once. One thread of a process at a time. `flags` is not used.

@@ -12,15 +12,26 @@
 #include <cstring>
 #include <new>
 
-// The slots lie behind it, a power of two of them, as positions count on for ever and wrap.
+struct pal_own_slots {
+  uint32_t mask;   // of a slot's index in a position
+  uint32_t stride; // octets from slot to slot
+  uint32_t size;   // of a message
+};
+
+// The slots lie behind it, a power of two of them, as positions count on for ever and wrap. Senders and the receiver
+// work on a cache line each, and look at the other's when they find the ring full or empty.
 struct pal_own_ring {
-  uint32_t mask;             // of a slot's index in a position
-  uint32_t stride;           // octets from slot to slot
-  uint32_t size;             // of a message
-  uint8_t apart[64];         // senders and the receiver share no cache line
-  std::atomic<uint32_t> end; // the position that the next sender takes
+  uint8_t apart[64];
+  struct {
+    pal_own_slots slots;
+    std::atomic<uint32_t> end;        // the position that the next sender takes
+    std::atomic<uint32_t> seen_first; // where the receiver was when a sender looked
+  } senders;
   uint8_t apart_too[64];
-  std::atomic<uint32_t> first; // the position of the next message; moved by the receiver
+  struct {
+    pal_own_slots slots;
+    std::atomic<uint32_t> first; // the position of the next message
+  } receiver;
   uint8_t apart_as_well[64];
 };
 
@@ -37,15 +48,13 @@ inline pal_own_ring* pal_own_ring_make(uint32_t depth, uint32_t size) {
   void* memory = std::calloc(1, sizeof(pal_own_ring) + size_t{slots} * stride);
   if (memory == nullptr) return nullptr;
   auto* ring = new (memory) pal_own_ring{};
-  ring->mask = slots - 1;
-  ring->stride = stride;
-  ring->size = size;
+  ring->senders.slots = ring->receiver.slots = {slots - 1, stride, size};
   return ring;
 }
 
-inline pal_own_slot* pal_own_slot_at(pal_own_ring& ring, uint32_t position) {
-  auto* slots = reinterpret_cast<uint8_t*>(&ring + 1);
-  return reinterpret_cast<pal_own_slot*>(slots + size_t{position & ring.mask} * ring.stride);
+inline pal_own_slot* pal_own_slot_at(pal_own_ring& ring, const pal_own_slots& slots, uint32_t position) {
+  auto* first = reinterpret_cast<uint8_t*>(&ring + 1);
+  return reinterpret_cast<pal_own_slot*>(first + size_t{position & slots.mask} * slots.stride);
 }
 
 inline uint8_t* pal_own_message_of(pal_own_slot* slot) { return reinterpret_cast<uint8_t*>(slot + 1); }
@@ -65,17 +74,25 @@ inline void pal_own_copy(void* to, const void* from, uint32_t size) {
   std::memcpy(into + size - END, out_of + size - END, END);
 }
 
-// False when `room` messages lie there already; `size` is that of all. The taking of the position comes before whatever
-// this thread looks at next.
-inline bool pal_own_ring_put(pal_own_ring& ring, uint32_t room, const void* message, uint32_t size) {
-  uint32_t position = ring.end.load(std::memory_order_relaxed);
+// False when `room` messages lie there already; `size` is that of all. `before` runs once there is a place, before the
+// receiver can have the message. The taking of the position comes before whatever this thread looks at next.
+template <class Before>
+bool pal_own_ring_put(pal_own_ring& ring, uint32_t room, const void* message, uint32_t size, Before before) {
+  auto& [slots, end, seen_first] = ring.senders;
+  // Negative when others have moved both ends since: then this one's taking fails, and it looks again.
+  const auto is_full = [room](uint32_t position, uint32_t first) {
+    return static_cast<int32_t>(position - first) >= static_cast<int32_t>(room);
+  };
+  uint32_t position = end.load(std::memory_order_relaxed);
   do {
-    // Negative when others have moved both ends since: then this one's taking fails, and it looks again.
-    const auto used = static_cast<int32_t>(position - ring.first.load(std::memory_order_acquire));
-    if (used >= static_cast<int32_t>(room)) return false;
-  } while (
-      !ring.end.compare_exchange_weak(position, position + 1, std::memory_order_seq_cst, std::memory_order_relaxed));
-  pal_own_slot* slot = pal_own_slot_at(ring, position);
+    if (is_full(position, seen_first.load(std::memory_order_acquire))) [[unlikely]] {
+      const uint32_t first = ring.receiver.first.load(std::memory_order_acquire);
+      if (is_full(position, first)) return false;
+      seen_first.store(first, std::memory_order_release);
+    }
+  } while (!end.compare_exchange_weak(position, position + 1, std::memory_order_seq_cst, std::memory_order_relaxed));
+  before();
+  pal_own_slot* slot = pal_own_slot_at(ring, slots, position);
   pal_own_copy(pal_own_message_of(slot), message, size);
   slot->filled.store(position + 1, std::memory_order_release);
   return true;
@@ -85,17 +102,20 @@ inline bool pal_own_ring_put(pal_own_ring& ring, uint32_t room, const void* mess
 
 // Whether a sender is about to fill the next slot.
 inline bool pal_own_ring_is_taken(const pal_own_ring& ring) {
-  return ring.end.load() != ring.first.load(std::memory_order_relaxed);
+  return ring.senders.end.load() != ring.receiver.first.load(std::memory_order_relaxed);
 }
 
 inline bool pal_own_ring_get(pal_own_ring& ring, void* message) {
-  const uint32_t first = ring.first.load(std::memory_order_relaxed);
-  pal_own_slot* slot = pal_own_slot_at(ring, first);
-  if (slot->filled.load(std::memory_order_acquire) != first + 1) return false;
-  pal_own_copy(message, pal_own_message_of(slot), ring.size);
-  ring.first.store(first + 1, std::memory_order_release); // from here on the slot may be filled again
+  auto& [slots, first] = ring.receiver;
+  const uint32_t position = first.load(std::memory_order_relaxed);
+  pal_own_slot* slot = pal_own_slot_at(ring, slots, position);
+  if (slot->filled.load(std::memory_order_acquire) != position + 1) return false;
+  pal_own_copy(message, pal_own_message_of(slot), slots.size);
+  first.store(position + 1, std::memory_order_release); // from here on the slot may be filled again
   return true;
 }
 
 // Forget what lies there.
-inline void pal_own_ring_empty(pal_own_ring& ring) { ring.first.store(ring.end.load(), std::memory_order_release); }
+inline void pal_own_ring_empty(pal_own_ring& ring) {
+  ring.receiver.first.store(ring.senders.end.load(), std::memory_order_release);
+}

@@ -309,10 +309,13 @@ int32_t pal_msgQ_send_priority(pal_msgQ_id id, const void* message, uint32_t len
   return 0;
 }
 
-int32_t pal_msgQ_send_own(pal_msgQ_id id, const void* message, uint32_t len) {
+int32_t pal_msgQ_send_own(pal_msgQ_id id, const void* message, uint32_t len, void (*before)(void* arg), void* arg) {
   const queue* to = find_queue(id);
   if (to == nullptr || message == nullptr || len != to->is.message_size) return -1;
-  if (!pal_own_ring_put(*to->own, to->is.depth - PAL_MSGQ_RESERVED, message, len)) return -1;
+  const auto announce = [before, arg] {
+    if (before != nullptr) before(arg);
+  };
+  if (!pal_own_ring_put(*to->own, to->is.depth - PAL_MSGQ_RESERVED, message, len, announce)) return -1;
   wake_receiver(*to);
   return 0;
 }

@@ -30,6 +30,17 @@ int64_t monotonic_us(clockid_t clock = CLOCK_MONOTONIC) {
   return static_cast<int64_t>(now.tv_sec) * US_PER_S + now.tv_nsec / NS_PER_US;
 }
 
+pal_deadline deadline_at(int64_t us) {
+  pal_deadline deadline = {};
+  deadline.at.tv_sec = static_cast<time_t>(us / US_PER_S);
+  deadline.at.tv_nsec = static_cast<long>(us % US_PER_S * NS_PER_US);
+  return deadline;
+}
+
+bool is_later(const timespec& one, const timespec& other) {
+  return one.tv_sec != other.tv_sec ? one.tv_sec > other.tv_sec : one.tv_nsec > other.tv_nsec;
+}
+
 int flag_of(pal_word kind) { return kind == pal_word::OWN ? FUTEX_PRIVATE_FLAG : 0; }
 
 } // namespace
@@ -52,11 +63,7 @@ uint32_t pal_tickget() {
 
 pal_deadline pal_deadline_after(int32_t ticks) {
   if (ticks < 0) return {{}, true};
-  const int64_t at = monotonic_us() + static_cast<int64_t>(ticks) * pal_tick_us();
-  pal_deadline deadline = {};
-  deadline.at.tv_sec = static_cast<time_t>(at / US_PER_S);
-  deadline.at.tv_nsec = static_cast<long>(at % US_PER_S * NS_PER_US);
-  return deadline;
+  return deadline_at(monotonic_us() + static_cast<int64_t>(ticks) * pal_tick_us());
 }
 
 int64_t pal_now_ms() { return monotonic_us() / US_PER_MS; }
@@ -66,6 +73,14 @@ bool pal_word_wait(std::atomic<uint32_t>& word, uint32_t expected, const pal_dea
   const long ret =
       syscall(FUTEX_CALL, &word, FUTEX_WAIT_BITSET | flag_of(kind), expected, until, nullptr, FUTEX_BITSET_MATCH_ANY);
   return ret == 0 || errno == EAGAIN || errno == EINTR; // any other failure would fail again: it counts as time over
+}
+
+bool pal_word_nap(std::atomic<uint32_t>& word, uint32_t expected, const pal_deadline& deadline) {
+  constexpr int64_t NAP_US = 1000;
+  const pal_deadline nap = deadline_at(monotonic_us() + NAP_US);
+  if (!deadline.never && !is_later(deadline.at, nap.at)) return pal_word_wait(word, expected, deadline, pal_word::OWN);
+  pal_word_wait(word, expected, nap, pal_word::OWN);
+  return true;
 }
 
 void pal_word_wake_all(std::atomic<uint32_t>& word, pal_word kind) {

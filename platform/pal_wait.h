@@ -21,6 +21,8 @@ int64_t pal_now_ms(); // monotonic
 // memory; who waits and who wakes must say the same.
 enum class pal_word : uint8_t { OWN, SHARED };
 bool pal_word_wait(std::atomic<uint32_t>& word, uint32_t expected, const pal_deadline& deadline, pal_word kind);
+// The same for a word of this process whose changes may go by unannounced: sleeps a millisecond at most.
+bool pal_word_nap(std::atomic<uint32_t>& word, uint32_t expected, const pal_deadline& deadline);
 void pal_word_wake_all(std::atomic<uint32_t>& word, pal_word kind);
 
 // Between two looks at a word that another thread is about to change.

@@ -69,8 +69,8 @@ const start_row START_ROWS[] = {
     // Two tables and their formats, the parameters; without its semaphore a binding table refuses later.
     {"built-in profile", built_in_profile, ALLOCATION, {-17, -17, -17, -17, 0, 0}},
     {"own table", own_table, ALLOCATION, {-17, 0, 0}},
-    // Four semaphores; the pool's descriptor, without which a start goes on, units and records; areas; the queue and
-    // its own ring.
+    // Four semaphores; the pool's descriptor, without which a start goes on, its units and their ring; areas; the queue
+    // and its own ring.
     {"resources", resources, ALLOCATION, joined({times(4, -92), {0, -45, -45}, times(18, -19), {-1, -1}})},
     {"shared resources", shared_resources, ALLOCATION, {-92, -92, -92, -92, 0, -45, -45, -19, -19, -1, -1}},
     {"resources", resources, SEM_CREATE, {-92}},
@@ -169,17 +169,6 @@ TEST(faults, a_failure_under_a_frame_drops_that_frame_alone) {
       EXPECT_EQ(g_line_id_statics[row.dropped], 1U);
     }
   }
-}
-
-// A semaphore that cannot even be had with an endless wait is gone; the unit comes back with the next start.
-TEST(faults, a_unit_that_could_not_be_given_back_returns_at_the_next_start) {
-  ASSERT_EQ(agent_start(agent_defaults()), 0);
-  seam_fail(SEM_TAKE, 2);
-  EXPECT_EQ(agent_feed(eth().dhcp6(SOLICIT).done(), LINE_ID_UPSTREAM).sent.size(), 1U);
-  EXPECT_TRUE(seam_failed());
-  EXPECT_EQ(agent_free_units(), agent_units() - 1);
-  ASSERT_EQ(agent_start(agent_defaults()), 0);
-  EXPECT_EQ(agent_free_units(), agent_units());
 }
 
 TEST(faults, a_binding_that_cannot_be_stored_lets_the_frame_pass) {

@@ -49,6 +49,11 @@ void* operator new(size_t size, const std::nothrow_t&) noexcept {
 void* operator new[](size_t size, const std::nothrow_t&) noexcept {
   return fails(ALLOCATION) ? nullptr : ::operator new[](size);
 }
+void* operator new[](size_t size, std::align_val_t align, const std::nothrow_t&) noexcept {
+  ++g_allocations;
+  return fails(ALLOCATION) ? nullptr : std::aligned_alloc(static_cast<size_t>(align), size);
+}
+void operator delete[](void* memory, std::align_val_t) noexcept { std::free(memory); }
 
 // A wrapped function: what --wrap names __wrap_NAME stands in for NAME, and __real_NAME is the function itself.
 #define SEAM(what, type, name, parameters, arguments, failure)                                                         \
@@ -80,8 +85,9 @@ SEAM(SEM_OPEN, pal_sem*, "_Z12pal_sem_openP7pal_semjPKcj",
 SEAM(SEM_TAKE, int32_t, "_Z12pal_sem_takeP7pal_semi", (pal_sem * sem, int32_t ticks), (sem, ticks), -1)
 SEAM(QUEUE_CREATE, int32_t, "_Z18pal_msgQ_create_exPijjjj",
      (pal_msgQ_id * id, uint32_t key, uint32_t depth, uint32_t size, uint32_t flags), (id, key, depth, size, flags), -1)
-SEAM(QUEUE_SEND, int32_t, "_Z17pal_msgQ_send_owniPKvj", (pal_msgQ_id id, const void* message, uint32_t len),
-     (id, message, len), -1)
+SEAM(QUEUE_SEND, int32_t, "_Z17pal_msgQ_send_owniPKvjPFvPvES1_",
+     (pal_msgQ_id id, const void* message, uint32_t len, void (*before)(void* arg), void* arg),
+     (id, message, len, before, arg), -1)
 SEAM(SHARED_MEMORY, void*, "_Z18pal_share_mem_initjj", (uint32_t key, uint32_t size), (key, size), PAL_NO_MEM)
 SEAM(EVENT_ADD, int32_t, "_Z25lib_comm_thread_add_eventP12lib_comm_libPFiP13lib_comm_taskEPvi",
      (lib_comm_lib * lib, int32_t (*function)(lib_comm_task*), void* argument, int32_t flag),

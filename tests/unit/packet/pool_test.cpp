@@ -23,7 +23,6 @@ protected:
   static void drop_pool() {
     line_id_buf_pool* pool = g_line_id_pkt_pool.exchange(nullptr);
     if (pool == nullptr) return;
-    delete[] pool->units->pkt_info_ptr;
     delete[] pool->units;
     delete pool;
   }
@@ -87,6 +86,24 @@ TEST_F(pool_test, freeing_twice_changes_nothing) {
   EXPECT_EQ(alloc(), nullptr);
 }
 
+// Given back by the worker, who waits for nobody.
+TEST_F(pool_test, what_the_worker_gives_back_comes_out_last_one_first) {
+  line_id_unit* units[UNITS];
+  for (uint32_t round = 0; round < 3; ++round) { // past the ring's end
+    for (line_id_unit*& unit : units) unit = alloc();
+    ASSERT_EQ(pal_sem_take(&g_line_id_pkt_sem, 0), 0);
+    for (const uint32_t i : {2U, 0U, 0U, 3U}) line_id_buf_pool_give_back(units[i]); // one of them twice
+    pal_sem_give(&g_line_id_pkt_sem);
+    EXPECT_EQ(free_unit(units[0]), 0) << "not in use any more";
+    EXPECT_EQ(free_unit(units[1]), 0);
+    for (const uint32_t i : {3U, 0U, 2U, 1U}) EXPECT_EQ(alloc(), units[i]) << i;
+    EXPECT_EQ(alloc(), nullptr);
+    for (line_id_unit* unit : units) line_id_buf_pool_give_back(unit);
+    EXPECT_EQ(line_id_buf_pool_reclaim(), 0U);
+    EXPECT_EQ(line_id_buf_pool_free_count(), UNITS);
+  }
+}
+
 TEST_F(pool_test, a_handle_is_taken_once_and_only_for_its_kind) {
   line_id_unit* unit = queued(MSG_DHCPV4);
   const uint32_t handle = line_id_buf_pool_handle(unit);
@@ -103,15 +120,6 @@ TEST_F(pool_test, a_handle_is_taken_once_and_only_for_its_kind) {
   // A kind that wraps to "free" must not take a free unit.
   EXPECT_EQ(line_id_buf_pool_take_queued(handle, 0x100 - UNIT_QUEUED), nullptr);
   EXPECT_EQ(line_id_buf_pool_free_count(), UNITS);
-}
-
-TEST_F(pool_test, unmarking_gives_the_unit_back_only_while_it_is_queued) {
-  line_id_unit* unit = queued(MSG_PPPOE);
-  EXPECT_TRUE(line_id_buf_pool_unmark_queued(unit, MSG_PPPOE));
-  EXPECT_EQ(line_id_buf_pool_take_queued(line_id_buf_pool_handle(unit), MSG_PPPOE), nullptr);
-  line_id_buf_pool_mark_queued(unit, MSG_PPPOE);
-  EXPECT_EQ(line_id_buf_pool_reclaim(), 1U);
-  EXPECT_FALSE(line_id_buf_pool_unmark_queued(unit, MSG_PPPOE));
 }
 
 TEST_F(pool_test, a_pool_that_exists_is_kept_and_cleaned) {
@@ -140,12 +148,11 @@ TEST_F(pool_test, threads_share_the_pool_without_losing_a_unit) {
       if (unit == nullptr) continue;
       unit->data[0] = mark;
       unit->length = mark;
-      line_id_buf_pool_mark_queued(unit, MSG_DHCPV4);
       if (mark == 1) {
+        line_id_buf_pool_mark_queued(unit, MSG_DHCPV4);
         posted[line_id_buf_pool_handle(unit)] = true; // the worker's
         continue;
       }
-      if (!line_id_buf_pool_unmark_queued(unit, MSG_DHCPV4)) continue;
       if (unit->data[0] != mark || unit->length != mark) ++mixed;
       free_unit(unit);
     }
@@ -161,7 +168,7 @@ TEST_F(pool_test, threads_share_the_pool_without_losing_a_unit) {
           continue;
         }
         if (unit->data[0] != unit->length) ++mixed;
-        free_unit(unit);
+        line_id_buf_pool_give_back(unit);
       }
       std::this_thread::yield();
     }

@@ -231,16 +231,24 @@ TEST(queue, many_senders_lose_nothing) {
 TEST(own_ring, a_message_waits_for_the_one_that_was_taken_before_it) {
   pal_own_ring* ring = pal_own_ring_make(4, SIZE);
   ASSERT_NE(ring, nullptr);
-  const auto put = [ring](const char* text) { return pal_own_ring_put(*ring, 3, text, SIZE); };
   char got[SIZE] = "";
+  uint32_t announced = 0;
+  const auto put = [&](const char* text) {
+    return pal_own_ring_put(*ring, 3, text, SIZE, [&] {
+      ++announced;
+      EXPECT_TRUE(pal_own_ring_is_taken(*ring));
+      EXPECT_FALSE(pal_own_ring_get(*ring, got)) << "received before it was announced";
+    });
+  };
   for (uint32_t round = 0; round < 9; ++round) { // past the ring's end
-    const uint32_t taken = ring->end.fetch_add(1);
+    const uint32_t taken = ring->senders.end.fetch_add(1);
     EXPECT_TRUE(put("abcdefgh"));
     EXPECT_FALSE(pal_own_ring_get(*ring, got));
     EXPECT_TRUE(pal_own_ring_is_taken(*ring));
     EXPECT_TRUE(put("ijklmnop"));
     EXPECT_FALSE(put("qrstuvwx")) << "what is taken fills the room";
-    pal_own_slot* slot = pal_own_slot_at(*ring, taken);
+    EXPECT_EQ(announced, 2 * round + 2) << "announced without a place";
+    pal_own_slot* slot = pal_own_slot_at(*ring, ring->senders.slots, taken);
     std::memcpy(pal_own_message_of(slot), "01234567", SIZE);
     slot->filled = taken + 1;
     for (const char* expected : {"01234567", "abcdefgh", "ijklmnop"}) {
