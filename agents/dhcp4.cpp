@@ -134,7 +134,7 @@ int32_t walk_options(line_id_inf_info* info, dhcp4_options& found) {
     }
     option_view option;
     if (option_next(options, DHCP4_OPTION_RULE, option) != OPTION_FOUND)
-      return refuse_walk(first + option.offset + option.whole_len);
+      return refuse_walk(first + options.pos + option.whole_len);
     if (code == OPTION_MESSAGE_TYPE) {
       if (is_message_type_refused(option.value, end, direct)) return LINE_ID_PKT_DROP;
     } else if (direct == LINE_ID_UPSTREAM && code == OPTION_RELAY_AGENT) {
@@ -160,9 +160,9 @@ int32_t downstream(line_id_inf_info* info) {
 }
 
 // 0, or -2 when the frame's MAC address belongs behind another ONU.
-inline int32_t check_spoofing(uint8_t oltid, line_id_inf_info* info) {
+inline int32_t check_spoofing(const line_id_common_cfg* cfg, line_id_inf_info* info) {
   const line_id_pkt_info* pkt = info->pkt_info_ptr;
-  if (line_id_get_switch(oltid, &line_id_common_cfg::dhcp_anti_spoofing_enable) == 0) return LINE_ID_PKT_SEND;
+  if (line_id_get_switch(cfg, &line_id_common_cfg::dhcp_anti_spoofing_enable) == 0) return LINE_ID_PKT_SEND;
   if (pkt->onu_authno == 0 || pkt->onu_ponno == 0) return LINE_ID_PKT_SEND;
   const int32_t ret = line_id_dhcp_spoof_proc_if(0, 0, info);
   if (ret != LINE_ID_OK) {
@@ -174,33 +174,36 @@ inline int32_t check_spoofing(uint8_t oltid, line_id_inf_info* info) {
 }
 
 template <uint8_t log>
-int32_t line_id_dhcp_option82_proc(uint8_t oltid, const uint8_t* option_ptr, uint32_t old_tag_len, uint8_t op,
-                                   line_id_inf_info* info) {
+int32_t line_id_dhcp_option82_proc(uint8_t oltid, const line_id_text_source& from, const uint8_t* option_ptr,
+                                   uint32_t old_tag_len, uint8_t op, line_id_inf_info* info) {
   LINE_ID_INFO(log, "dhcp_option82 proc,op = %d\r\n", op);
   if (op == OPERATION_REMOVE && OPTION82_RULE<log>.dn_strip() != 1) return LINE_ID_ERR; // the headers stay as they are
-  const int32_t ret = line_id_option_operate<OPTION82_RULE<log>>(oltid, option_ptr, old_tag_len, op, info);
+  const int32_t ret = line_id_option_operate<OPTION82_RULE<log>>(oltid, from, option_ptr, old_tag_len, op, info);
   line_id_close_dhcp4(info->new_pkt, info->new_pkt_len, line_id_vlan_tag_len(info));
   return ret;
 }
 
-template <uint8_t log> int32_t insert(uint8_t oltid, const uint8_t* end, line_id_inf_info* info) {
+template <uint8_t log>
+int32_t insert(uint8_t oltid, const line_id_text_source& from, const uint8_t* end, line_id_inf_info* info) {
   LINE_ID_INFO(log, "Without getting lineid tag, add opt82 tag.\r\n");
-  const int32_t ret = line_id_dhcp_option82_proc<log>(oltid, end, 0, OPERATION_INSERT, info);
+  const int32_t ret = line_id_dhcp_option82_proc<log>(oltid, from, end, 0, OPERATION_INSERT, info);
   if (ret == LINE_ID_OK) return LINE_ID_PKT_SEND;
   LINE_ID_WARN(LOG_DHCPV4, "Failed to proc option82 (%d).\r\n", ret);
   return LINE_ID_PKT_PASS; // ODD: a failed insertion passes the frame, a failed rewrite drops it.
 }
 
-int32_t rewrite(uint8_t oltid, const dhcp4_options& found, bool white_listed, line_id_inf_info* info) {
-  LINE_ID_INFO(LOG_DHCPV4, "got option82 data!option82_value_len(%d)\r\n",
-               static_cast<int>(found.option82_len - HEAD_LEN));
-  const int32_t ret = line_id_dhcp_option82_proc(oltid, found.option82, found.option82_len, OPERATION_MODIFY, info);
+template <uint8_t log>
+LINE_ID_FLAT __attribute__((noinline)) int32_t rewrite(uint8_t oltid, const uint8_t* option82, uint32_t option82_len,
+                                                       bool white_listed, line_id_inf_info* info) {
+  LINE_ID_INFO(log, "got option82 data!option82_value_len(%d)\r\n", static_cast<int>(option82_len - HEAD_LEN));
+  const line_id_text_source from = line_id_text_source_of(oltid, info);
+  const int32_t ret = line_id_dhcp_option82_proc<log>(oltid, from, option82, option82_len, OPERATION_MODIFY, info);
   if (ret != LINE_ID_OK) {
-    LINE_ID_WARN(LOG_DHCPV4, "Failed to proc option82 (%d).\r\n", ret);
+    LINE_ID_WARN(log, "Failed to proc option82 (%d).\r\n", ret);
     return LINE_ID_PKT_DROP;
   }
   if (white_listed && line_id_get_trans_white_list_policy() == 0 && info->is_parse_error == 1) {
-    LINE_ID_INFO(LOG_DHCPV4, "\r\n parse error pass through !\r\n");
+    LINE_ID_INFO(log, "\r\n parse error pass through !\r\n");
     return LINE_ID_PKT_PASS;
   }
   return LINE_ID_PKT_SEND;
@@ -219,9 +222,10 @@ template <uint8_t log> LINE_ID_FLAT int32_t upstream(uint8_t oltid, line_id_inf_
 
   const bool valid = line_id_param_proc(line_id_param_set_of(oltid, LINE_ID_DHCPV4), info) == LINE_ID_OK;
   oltid = line_id_info_oltid(info); // the parameter hook may have moved the frame
+  const line_id_text_source from = line_id_text_source_of(oltid, info);
   LINE_ID_INFO(log, "From Slot  %d,PONNO %d, ONUNO %d,info_valid %d onu_type_id %d.\r\n", info->olt_slot,
                pkt->onu_ponno, pkt->onu_authno, valid ? 1 : 0, info->onu.onu_type_id);
-  ret = check_spoofing(oltid, info);
+  ret = check_spoofing(from.cfg, info);
   if (ret != LINE_ID_PKT_SEND) return ret;
 
   const bool white_listed =
@@ -230,7 +234,8 @@ template <uint8_t log> LINE_ID_FLAT int32_t upstream(uint8_t oltid, line_id_inf_
     LINE_ID_INFO(LOG_DHCPV4, "\r\nOnu type Match !\r\n");
     return LINE_ID_PKT_PASS;
   }
-  return found.option82 == nullptr ? insert<log>(oltid, found.end, info) : rewrite(oltid, found, white_listed, info);
+  return found.option82 == nullptr ? insert<log>(oltid, from, found.end, info)
+                                   : rewrite<log>(oltid, found.option82, found.option82_len, white_listed, info);
 }
 
 template <uint8_t log> int32_t line_id_dhcp_event_proc(line_id_unit* unit, uint8_t* new_pkt, line_id_inf_info* info) {
@@ -259,7 +264,8 @@ int32_t line_id_dhcp_event_proc(line_id_unit* unit, uint8_t* new_pkt, line_id_in
 
 int32_t line_id_dhcp_option82_proc(uint8_t oltid, const uint8_t* option_ptr, uint32_t old_tag_len, uint8_t op,
                                    line_id_inf_info* info) {
-  return line_id_dhcp_option82_proc<LOG_DHCPV4>(oltid, option_ptr, old_tag_len, op, info);
+  return line_id_dhcp_option82_proc<LOG_DHCPV4>(oltid, line_id_text_source_of(oltid, info), option_ptr, old_tag_len, op,
+                                                info);
 }
 
 int32_t line_id_dhcp_option82_remove(const uint8_t* old_tag_ptr, uint32_t old_tag_len, line_id_inf_info* info) {

@@ -151,7 +151,10 @@ int32_t line_id_dhcpv6_option18_proc(uint8_t oltid, uint8_t* dest, const line_id
 
   uint8_t* text = dest + DHCP6_OPTION_HEADER_LEN;
   // ODD: for CTC and CNC the head alone, also when there is no old Circuit-ID to join.
-  int32_t text_len = line_id_print_circuit_id(oltid, text, 1, info);
+  const line_id_text_source from = line_id_text_source_of(oltid, info);
+  const bool is_plain = log == LOG_NONE && info->cid == 0 && from.letters != nullptr;
+  int32_t text_len = is_plain ? line_id_print_circuit_id_untraced(from, text, 1, info)
+                              : line_id_print_circuit_id(oltid, text, 1, info);
   if (text_len < 0 || static_cast<uint32_t>(text_len) > LINE_ID_IDENTIFIER_LEN) return refuse_len(text_len);
   if (content.circuit_id != nullptr && mode != MODE_CUSTOM) {
     text_len = join_old(text, static_cast<uint32_t>(text_len), mode, content.circuit_id, content.circuit_id_len, info);
@@ -169,8 +172,11 @@ int32_t line_id_dhcpv6_option37_proc(uint8_t oltid, uint8_t* dest, const line_id
 
   uint8_t* enterprise = dest + DHCP6_OPTION_HEADER_LEN;
   uint8_t* text = enterprise + sizeof(ENTERPRISE_NUMBER);
-  const auto kind0 = static_cast<uint8_t>(info->pkt_info_ptr->packet_type - 1);
-  const int32_t text_len = line_id_print_remote_id(oltid, text, kind0);
+  const line_id_text_source from = line_id_text_source_of(oltid, info);
+  const int32_t text_len =
+      log == LOG_NONE && from.letters != nullptr
+          ? line_id_print_remote_id_untraced(from, text, info)
+          : line_id_print_remote_id(oltid, text, static_cast<uint8_t>(info->pkt_info_ptr->packet_type - 1));
   if (text_len < 0) {
     LINE_ID_WARN(log, "line_id_dhcpv6_option37_proc failed(%d).\r\n", text_len);
     return LINE_ID_ERR_OPTION37;

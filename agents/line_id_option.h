@@ -73,9 +73,14 @@ struct option_job {
   const uint8_t* old;
   uint32_t old_len;
   line_id_inf_info* info;
-  line_id_common_cfg* cfg = line_id_cfg_of(oltid);
+  line_id_text_source from;
   uint32_t offset = static_cast<uint32_t>(old - info->origin_pkt_ptr);
 };
+inline option_job job_of(uint8_t oltid, const uint8_t* old, uint32_t old_len, line_id_inf_info* info) {
+  return {oltid, old, old_len, info, line_id_text_source_of(oltid, info)};
+}
+// Of the new option, in the output frame.
+inline uint8_t* place_of(const option_job& job) { return job.info->new_pkt + job.offset; }
 
 // ---- sub-options
 
@@ -89,7 +94,9 @@ inline constexpr old_sub_option NO_SUB_OPTION = {nullptr, 0};
 // What tells the two identifiers apart; a template's argument, so that each is called straight away.
 struct identifier_row {
   uint8_t type;
-  int32_t (*print)(uint8_t oltid, uint8_t* text, const line_id_inf_info* info); // what `replace` puts behind its head
+  uint8_t line_id_inf_info::*profile; // the frame's VLAN profile for it, or 0
+  // What `replace` puts behind its head, without traces and profile.
+  int32_t (*print)(const line_id_text_source& from, uint8_t* text, const line_id_inf_info* info);
   int32_t (*replace)(uint8_t, const uint8_t*, uint16_t, uint8_t*, uint16_t*, line_id_inf_info*);
   int32_t (*modify)(uint8_t, const uint8_t*, uint16_t, uint8_t*, uint16_t*, line_id_inf_info*);
   int32_t (*remove)(const uint8_t*, uint16_t, uint8_t*, uint16_t*, line_id_inf_info*);
@@ -102,8 +109,9 @@ struct identifier_row {
 };
 inline constexpr identifier_row CIRCUIT_ID = {
     .type = LINE_ID_SUB_CIRCUIT_ID,
-    .print = [](uint8_t oltid, uint8_t* text,
-                const line_id_inf_info* info) { return line_id_print_circuit_id(oltid, text, 0, info); },
+    .profile = &line_id_inf_info::cid,
+    .print = [](const line_id_text_source& from, uint8_t* text,
+                const line_id_inf_info* info) { return line_id_print_circuit_id_untraced(from, text, 0, info); },
     .replace = line_id_circuit_id_replace,
     .modify = line_id_circuit_id_modify,
     .remove = line_id_circuit_id_remove,
@@ -116,7 +124,8 @@ inline constexpr identifier_row CIRCUIT_ID = {
 };
 inline constexpr identifier_row REMOTE_ID = {
     .type = LINE_ID_SUB_REMOTE_ID,
-    .print = line_id_print_frame_remote_id,
+    .profile = &line_id_inf_info::rid,
+    .print = line_id_print_remote_id_untraced,
     .replace = line_id_remote_id_replace,
     .modify = line_id_remote_id_modify,
     .remove = line_id_remote_id_remove,
@@ -134,11 +143,13 @@ inline uint8_t effective_op(int32_t policy, int32_t enable, uint8_t op) {
   return op;
 }
 
-// Without traces a new sub-option is its text and a head.
+// Without traces and profile a new sub-option is its text and a head.
 template <const line_id_option_rule& rule, const identifier_row& id>
-int32_t build_new(uint8_t oltid, const old_sub_option& old, uint8_t* dest, uint16_t* new_len, line_id_inf_info* info) {
-  if (rule.log != LOG_NONE) return id.replace(oltid, old.whole, old.len, dest, new_len, info);
-  const int32_t len = id.print(oltid, dest + LINE_ID_SUB_OPTION_HEAD, info);
+int32_t build_new(const option_job& job, const old_sub_option& old, uint8_t* dest, uint16_t* new_len) {
+  if (rule.log != LOG_NONE || job.info->*id.profile != 0 || job.from.letters == nullptr) {
+    return id.replace(job.oltid, old.whole, old.len, dest, new_len, job.info);
+  }
+  const int32_t len = id.print(job.from, dest + LINE_ID_SUB_OPTION_HEAD, job.info);
   if (len < 0) return LINE_ID_ERR;
   line_id_close_sub_option(dest, id.type, static_cast<uint32_t>(len), new_len);
   return LINE_ID_OK;
@@ -147,10 +158,10 @@ int32_t build_new(uint8_t oltid, const old_sub_option& old, uint8_t* dest, uint1
 template <const line_id_option_rule& rule, const identifier_row& id>
 int32_t build(const option_job& job, const old_sub_option& old, uint8_t* dest, uint16_t* new_len, uint8_t op) {
   *new_len = 0;
-  switch (effective_op((rule.*id.up_policy)(), line_id_get_switch(job.cfg, id.enable), op)) {
+  switch (effective_op((rule.*id.up_policy)(), line_id_get_switch(job.from.cfg, id.enable), op)) {
   case OPERATION_KEEP: return old.whole != nullptr ? id.keep(old.whole, old.len, dest, new_len) : LINE_ID_OK;
   case OPERATION_INSERT:
-  case OPERATION_REPLACE: return build_new<rule, id>(job.oltid, old, dest, new_len, job.info);
+  case OPERATION_REPLACE: return build_new<rule, id>(job, old, dest, new_len);
   case OPERATION_MODIFY: return id.modify(job.oltid, old.whole, old.len, dest, new_len, job.info);
   case OPERATION_REMOVE: return id.remove(old.whole, old.len, dest, new_len, job.info);
   default: LINE_ID_WARN(rule.log, "Unknown msg!\r\n"); return LINE_ID_OK;
@@ -198,22 +209,23 @@ template <const line_id_option_rule& rule> int32_t check_lengths(const option_jo
 // The output frame: what was in front of the old option (copied at entry), the new option, which may be in its place
 // already, what was behind the old one.
 template <const line_id_option_rule& rule>
-void put_into_frame(const option_job& job, const uint8_t* option, uint32_t option_len) {
+void put_into_frame(const option_job& job, uint8_t* place, const uint8_t* option, uint32_t option_len) {
   line_id_inf_info* info = job.info;
   const uint32_t rest_len = info->origin_pkt_len - job.offset - job.old_len;
-  uint8_t* dest = info->new_pkt + job.offset;
-  if (option_len > 0 && option != dest) std::memcpy(dest, option, option_len);
-  if (rest_len > 0) std::memcpy(dest + option_len, job.old + job.old_len, rest_len);
+  if (option_len > 0 && option != place) std::memcpy(place, option, option_len);
+  if (rest_len > 0) std::memcpy(place + option_len, job.old + job.old_len, rest_len);
   info->new_pkt_len = static_cast<uint16_t>(job.offset + option_len + rest_len);
   if (rule.close != nullptr) rule.close(info);
 }
 
-template <const line_id_option_rule& rule> void finish_option(const option_job& job, const built_option& built) {
+template <const line_id_option_rule& rule>
+void finish_option(const option_job& job, uint8_t* place, const built_option& built) {
   rule.write_head(built.octets, built.len - rule.value_offset);
-  put_into_frame<rule>(job, built.octets, built.len);
+  put_into_frame<rule>(job, place, built.octets, built.len);
 }
 
-template <const line_id_option_rule& rule> int32_t build_anew(const option_job& job, built_option& built) {
+template <const line_id_option_rule& rule>
+int32_t build_anew(const option_job& job, uint8_t* place, built_option& built) {
   int32_t ret = append<rule, CIRCUIT_ID>(job, NO_SUB_OPTION, OPERATION_REPLACE, built, rule.circuit_id_step);
   if (ret != LINE_ID_OK) return ret;
   // ODD: a new Option 82 without its Remote-ID is reported in PPPoE's words.
@@ -224,20 +236,28 @@ template <const line_id_option_rule& rule> int32_t build_anew(const option_job& 
     LINE_ID_WARN(rule.log, "rest_pkt_len > 1536 ,dropped\r\n");
     return LINE_ID_ERR_LENGTH;
   }
-  finish_option<rule>(job, built);
+  finish_option<rule>(job, place, built);
   return LINE_ID_OK;
 }
 
 template <const line_id_option_rule& rule>
-LINE_ID_FLAT int32_t replace_option(uint8_t oltid, const uint8_t* old, uint32_t old_len, line_id_inf_info* info) {
-  const option_job job = {oltid, old, old_len, info};
-  const bool has_room = job.offset <= LINE_ID_SCRATCH_LEN - NEW_LEN;
-  // Built where it belongs if there is room for the longest; after a failure the received octets come back.
+__attribute__((cold, noinline)) int32_t replace_without_room(uint8_t oltid, const uint8_t* old, uint32_t old_len,
+                                                             line_id_inf_info* info) {
+  const option_job job = job_of(oltid, old, old_len, info);
   uint8_t spare[BUILT_LEN];
-  uint8_t* place = info->new_pkt + job.offset;
-  built_option built = {has_room ? place : spare, rule.head_len, 0, 0};
-  const int32_t ret = build_anew<rule>(job, built);
-  if (ret != LINE_ID_OK && has_room) std::memcpy(place, old, info->origin_pkt_len - job.offset);
+  built_option built = {spare, rule.head_len, 0, 0};
+  return build_anew<rule>(job, place_of(job), built);
+}
+
+// Built where it belongs if there is room for the longest; after a failure the received octets come back.
+template <const line_id_option_rule& rule> LINE_ID_FLAT int32_t replace_option(const option_job& job) {
+  if (job.offset > LINE_ID_SCRATCH_LEN - NEW_LEN) {
+    return replace_without_room<rule>(job.oltid, job.old, job.old_len, job.info);
+  }
+  uint8_t* place = place_of(job);
+  built_option built = {place, rule.head_len, 0, 0};
+  const int32_t ret = build_anew<rule>(job, place, built);
+  if (ret != LINE_ID_OK) std::memcpy(place, job.old, job.info->origin_pkt_len - job.offset);
   return ret;
 }
 
@@ -290,7 +310,7 @@ template <const line_id_option_rule& rule> int32_t modify_option(const option_jo
   if (ret != LINE_ID_OK) return ret;
   if (built.circuit_len == 0 && built.remote_len == 0) {
     LINE_ID_INFO(rule.log, "no circuit_id and remoteid, add by cfg.\r\n");
-    ret = replace_option<rule>(job.oltid, job.old, job.old_len, job.info);
+    ret = replace_option<rule>(job);
     if (ret == LINE_ID_OK) return LINE_ID_OK;
     LINE_ID_WARN(rule.log, "%s return %d, failed!\r\n", rule.replace_step, ret);
     return rule.replace_code;
@@ -305,7 +325,7 @@ template <const line_id_option_rule& rule> int32_t modify_option(const option_jo
   LINE_ID_INFO(rule.log, "new_tag_value_len = %d, len_diff = %d\r\n", static_cast<int>(built.len - rule.value_offset),
                static_cast<int>(built.len - job.old_len));
   ret = check_lengths<rule>(job, built);
-  if (ret == LINE_ID_OK) finish_option<rule>(job, built);
+  if (ret == LINE_ID_OK) finish_option<rule>(job, place_of(job), built);
   return ret;
 }
 
@@ -329,13 +349,13 @@ template <const line_id_option_rule& rule>
 int32_t line_id_option_circuit_id(uint8_t oltid, const uint8_t* old, uint16_t old_len, uint8_t* dest, uint16_t* new_len,
                                   uint8_t op, line_id_inf_info* info) {
   using namespace line_id_option;
-  return process<rule, CIRCUIT_ID>({oltid, old, old_len, info}, {old, old_len}, dest, new_len, op);
+  return process<rule, CIRCUIT_ID>(job_of(oltid, old, old_len, info), {old, old_len}, dest, new_len, op);
 }
 template <const line_id_option_rule& rule>
 int32_t line_id_option_remote_id(uint8_t oltid, const uint8_t* old, uint16_t old_len, uint8_t* dest, uint16_t* new_len,
                                  uint8_t op, line_id_inf_info* info) {
   using namespace line_id_option;
-  return process<rule, REMOTE_ID>({oltid, old, old_len, info}, {old, old_len}, dest, new_len, op);
+  return process<rule, REMOTE_ID>(job_of(oltid, old, old_len, info), {old, old_len}, dest, new_len, op);
 }
 
 // Rewrite the option at `old` in the received frame, whose whole length is `old_len`; the output frame and its length
@@ -346,35 +366,38 @@ template <const line_id_option_rule& rule>
 int32_t line_id_option_remove(const uint8_t* old, uint32_t old_len, line_id_inf_info* info) {
   using namespace line_id_option;
   if (old == nullptr || info == nullptr) return refuse_null<rule>();
-  put_into_frame<rule>({0, old, old_len, info}, nullptr, 0);
+  const option_job job = {0, old, old_len, info, {}};
+  put_into_frame<rule>(job, place_of(job), nullptr, 0);
   return LINE_ID_OK;
 }
 template <const line_id_option_rule& rule>
 int32_t line_id_option_replace(uint8_t oltid, const uint8_t* old, uint32_t old_len, line_id_inf_info* info) {
   using namespace line_id_option;
-  return old != nullptr && info != nullptr ? replace_option<rule>(oltid, old, old_len, info) : refuse_null<rule>();
+  if (old == nullptr || info == nullptr) return refuse_null<rule>();
+  return replace_option<rule>(job_of(oltid, old, old_len, info));
 }
 template <const line_id_option_rule& rule>
 int32_t line_id_option_modify(uint8_t oltid, const uint8_t* old, uint32_t old_len, line_id_inf_info* info) {
   using namespace line_id_option;
-  return old != nullptr && info != nullptr ? modify_option<rule>({oltid, old, old_len, info}) : refuse_null<rule>();
+  return old != nullptr && info != nullptr ? modify_option<rule>(job_of(oltid, old, old_len, info))
+                                           : refuse_null<rule>();
 }
 
 // Carry out an operation. Insert, replace and modify become a removal when the line's circuit-id is based on VLAN;
-// removal is -1 unless the strip setting is 1; keep and unknown operations do nothing.
+// removal is -1 unless the strip setting is 1; keep and unknown operations do nothing. `from` is the frame's.
 template <const line_id_option_rule& rule>
-int32_t line_id_option_operate(uint8_t oltid, const uint8_t* old, uint32_t old_len, uint8_t op,
-                               line_id_inf_info* info) {
+int32_t line_id_option_operate(uint8_t oltid, const line_id_text_source& from, const uint8_t* old, uint32_t old_len,
+                               uint8_t op, line_id_inf_info* info) {
   using namespace line_id_option;
   switch (op) {
   case OPERATION_KEEP: return LINE_ID_OK;
   case OPERATION_INSERT:
   case OPERATION_REPLACE:
-    return removes_instead<rule>(info) ? line_id_option_remove<rule>(old, old_len, info)
-                                       : line_id_option_replace<rule>(oltid, old, old_len, info);
   case OPERATION_MODIFY:
-    return removes_instead<rule>(info) ? line_id_option_remove<rule>(old, old_len, info)
-                                       : line_id_option_modify<rule>(oltid, old, old_len, info);
+    if (removes_instead<rule>(info)) return line_id_option_remove<rule>(old, old_len, info);
+    if (old == nullptr) return refuse_null<rule>();
+    return op == OPERATION_MODIFY ? modify_option<rule>({oltid, old, old_len, info, from})
+                                  : replace_option<rule>({oltid, old, old_len, info, from});
   case OPERATION_REMOVE:
     return rule.dn_strip() == STRIP_ON ? line_id_option_remove<rule>(old, old_len, info) : LINE_ID_ERR;
   default: LINE_ID_WARN(rule.log, "Unknown msg!\r\n"); return LINE_ID_OK;

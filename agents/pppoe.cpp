@@ -64,13 +64,15 @@ constexpr line_id_option_rule VENDOR_TAG_RULE = {
 struct pppoe_frame {
   line_id_inf_info* info;
   uint8_t oltid;
+  line_id_text_source from;
   uint8_t code;
-  uint8_t type;          // line_id_pppoe_type
-  packet_reader payload; // as long as the length field says; failed when that is more than is there
+  uint8_t type;     // line_id_pppoe_type
+  option_walk tags; // as far as the length field says
+  bool is_whole;    // that is not more than is there
 };
 
-inline line_id_pppoe_place count(const pppoe_frame& frame, line_id_pppoe_table table) {
-  return line_id_count_pppoe(table, frame.oltid, frame.type, frame.info->pkt_info_ptr->cvlan);
+inline void count(const pppoe_frame& frame, line_id_pppoe_table table) {
+  line_id_count_pppoe(table, frame.from.cfg, frame.type, frame.info->pkt_info_ptr->cvlan);
 }
 
 inline int32_t drop(const pppoe_frame& frame) {
@@ -88,19 +90,21 @@ inline pppoe_frame read_frame(line_id_inf_info* info) {
   const bool has_code = has_header || CODE_OFFSET + vlan_tag_len < len;
   const uint8_t code = has_code ? octets[CODE_OFFSET + vlan_tag_len] : uint8_t{0};
   const uint16_t payload_len = has_header ? line_id_get_u16(octets + PAYLOAD_LEN_OFFSET + vlan_tag_len) : uint16_t{0};
-  return {
-      .info = info,
-      .oltid = line_id_info_oltid(info),
-      .code = code,
-      .type = LINE_ID_PPPOE_TYPE_OF[code],
-      .payload = {has_header ? octets + tags_at : nullptr, payload_len, 0, has_header && payload_len <= len - tags_at}};
+  const uint8_t oltid = line_id_info_oltid(info);
+  return {.info = info,
+          .oltid = oltid,
+          .from = line_id_text_source_of(oltid, info),
+          .code = code,
+          .type = LINE_ID_PPPOE_TYPE_OF[code],
+          .tags = {octets + tags_at, payload_len},
+          .is_whole = has_header && payload_len <= len - tags_at};
 }
 
 template <uint8_t log>
-int32_t line_id_pppoe_plus_proc(uint8_t oltid, const uint8_t* tag_ptr, uint32_t old_tag_len, uint8_t op,
-                                line_id_inf_info* info) {
+int32_t line_id_pppoe_plus_proc(uint8_t oltid, const line_id_text_source& from, const uint8_t* tag_ptr,
+                                uint32_t old_tag_len, uint8_t op, line_id_inf_info* info) {
   LINE_ID_INFO(log, "pppoe plus proc,op = %d\r\n", op);
-  return line_id_option_operate<VENDOR_TAG_RULE<log>>(oltid, tag_ptr, old_tag_len, op, info);
+  return line_id_option_operate<VENDOR_TAG_RULE<log>>(oltid, from, tag_ptr, old_tag_len, op, info);
 }
 
 // ---- downstream
@@ -126,13 +130,13 @@ __attribute__((noinline)) int32_t downstream(line_id_inf_info* info) {
   }
   if (frame.type > PPPOE_PADS) return LINE_ID_PKT_PASS;
   count(frame, PPPOE_RECEIVED);
-  if (!frame.payload.ok) {
+  if (!frame.is_whole) {
     LINE_ID_WARN(LOG_PPPOE, "invalid payload_len\r\n");
     return drop(frame);
   }
   option_view tag;
-  option_result found = option_next(frame.payload, PPPOE_TAG_RULE, tag);
-  for (; found == OPTION_FOUND; found = option_next(frame.payload, PPPOE_TAG_RULE, tag)) {
+  option_result found = option_next(frame.tags, PPPOE_TAG_RULE, tag);
+  for (; found == OPTION_FOUND; found = option_next(frame.tags, PPPOE_TAG_RULE, tag)) {
     if (tag.code == TAG_VENDOR) return strip(frame, tag);
   }
   if (found == OPTION_OVERRUN && tag.code == TAG_VENDOR) {
@@ -145,9 +149,17 @@ __attribute__((noinline)) int32_t downstream(line_id_inf_info* info) {
 
 // ---- upstream
 
+// The parameter hook may move the frame to another instance or packet type.
+inline void follow_hook(pppoe_frame& frame) {
+  const uint8_t oltid = line_id_info_oltid(frame.info);
+  if (oltid == frame.oltid && frame.info->pkt_info_ptr->packet_type == LINE_ID_PPPOE) return;
+  frame.oltid = oltid;
+  frame.from = line_id_text_source_of(oltid, frame.info);
+}
+
 inline bool fetch_line_facts(pppoe_frame& frame) {
   const int32_t ret = line_id_param_proc(line_id_param_set_of(frame.oltid, LINE_ID_PPPOE), frame.info);
-  frame.oltid = line_id_info_oltid(frame.info); // the parameter hook may have moved the frame
+  follow_hook(frame);
   return ret == LINE_ID_OK;
 }
 
@@ -155,7 +167,7 @@ inline bool fetch_line_facts(pppoe_frame& frame) {
 // the binding that a second one would look for.
 inline int32_t check_spoofing(const pppoe_frame& frame) {
   line_id_inf_info* info = frame.info;
-  if (line_id_get_switch(frame.oltid, &line_id_common_cfg::pppoe_anti_spoofing_enable) == 0) return LINE_ID_PKT_SEND;
+  if (line_id_get_switch(frame.from.cfg, &line_id_common_cfg::pppoe_anti_spoofing_enable) == 0) return LINE_ID_PKT_SEND;
   if (frame.type == PPPOE_PADT && info->anti_spoof_passed != 0) return LINE_ID_PKT_SEND;
   if (line_id_pppoe_spoof_proc_if(0, 0, info) != LINE_ID_OK) return drop(frame);
   info->anti_spoof_passed = 1;
@@ -171,7 +183,7 @@ __attribute__((noinline)) int32_t note_onu_info(line_id_inf_info* info, const ui
   pkt->onu_authno = line_id_get_u16(value);
   pkt->onu_portid = line_id_get_u16(value + 2);
   frame.info->pppoe_code = frame.code;
-  if (line_id_get_switch(frame.oltid, &line_id_common_cfg::pppoe_anti_spoofing_enable) == 0) return LINE_ID_PKT_SEND;
+  if (line_id_get_switch(frame.from.cfg, &line_id_common_cfg::pppoe_anti_spoofing_enable) == 0) return LINE_ID_PKT_SEND;
   const bool needs_facts = pkt->onu_ponno == 0; // the facts themselves may name another
   if (!fetch_line_facts(frame) && needs_facts) {
     LINE_ID_WARN(log, "Error getting params. Passthrough.\r\n"); // ODD: the words say pass, the frame is dropped.
@@ -180,16 +192,16 @@ __attribute__((noinline)) int32_t note_onu_info(line_id_inf_info* info, const ui
   return check_spoofing(frame);
 }
 
-template <uint8_t log>
-int32_t insert(pppoe_frame& frame, const line_id_pppoe_place& received, const uint8_t* payload_end) {
+template <uint8_t log> int32_t insert(pppoe_frame& frame, const uint8_t* payload_end) {
   LINE_ID_INFO(log, "vs_tag not found. add one...\r\n");
   if (!fetch_line_facts(frame)) return LINE_ID_PKT_SEND; // ODD: the unchanged copy is sent, and not counted.
-  const int32_t ret = line_id_pppoe_plus_proc<log>(frame.oltid, payload_end, 0, OPERATION_INSERT, frame.info);
+  const int32_t ret =
+      line_id_pppoe_plus_proc<log>(frame.oltid, frame.from, payload_end, 0, OPERATION_INSERT, frame.info);
   if (ret != LINE_ID_OK) {
     LINE_ID_WARN(log, "Failed to proc pppoe plus (%d).\r\n", ret);
     return LINE_ID_PKT_PASS;
   }
-  line_id_count_pppoe(PPPOE_FORWARDED, frame.oltid, frame.type, frame.info->pkt_info_ptr->cvlan, received);
+  count(frame, PPPOE_FORWARDED);
   return LINE_ID_PKT_SEND;
 }
 
@@ -216,7 +228,8 @@ LINE_ID_FLAT __attribute__((noinline)) int32_t rewrite(line_id_inf_info* info, o
   }
   int32_t ret = LINE_ID_ERR_SUB_OPTION; // a tag that runs past the payload
   if (found == OPTION_FOUND) {
-    ret = line_id_pppoe_plus_proc<log>(frame.oltid, tag.value - TAG_HEADER_LEN, tag.whole_len, OPERATION_MODIFY, info);
+    ret = line_id_pppoe_plus_proc<log>(frame.oltid, frame.from, tag.value - TAG_HEADER_LEN, tag.whole_len,
+                                       OPERATION_MODIFY, info);
   }
   if (ret != LINE_ID_OK) {
     LINE_ID_WARN(log, "Failed to proc lineid param (%d).\r\n", ret);
@@ -242,25 +255,25 @@ template <uint8_t log> int32_t upstream(line_id_inf_info* info) {
     return LINE_ID_PKT_PASS;
   }
   if (frame.type > PPPOE_PADS) return LINE_ID_PKT_PASS;
-  const line_id_pppoe_place received = count(frame, PPPOE_RECEIVED);
-  LINE_ID_INFO(log, "payload_len (%d).\r\n", static_cast<int>(frame.payload.size));
+  count(frame, PPPOE_RECEIVED);
+  LINE_ID_INFO(log, "payload_len (%d).\r\n", static_cast<int>(frame.tags.left));
   LINE_ID_INFO(log, "inf_info_ptr->origin_pkt_len (%d).\r\n", info->origin_pkt_len);
-  if (!frame.payload.ok) {
+  if (!frame.is_whole) {
     LINE_ID_WARN(log, "invalid payload_len\r\n");
     return drop(frame);
   }
-  const uint8_t* payload_end = frame.payload.data + frame.payload.size;
+  const uint8_t* payload_end = frame.tags.at + frame.tags.left;
   for (;;) {
     option_view tag;
-    const option_result found = option_next(frame.payload, PPPOE_TAG_RULE, tag);
+    const option_result found = option_next(frame.tags, PPPOE_TAG_RULE, tag);
     const bool whole_head = found == OPTION_FOUND || found == OPTION_OVERRUN;
     if (whole_head) LINE_ID_INFO(log, "------tag_type =0x%02x!------ \r\n", tag.code);
     if (whole_head && tag.code == TAG_VENDOR) return rewrite<log>(info, tag, found);
-    if (found != OPTION_FOUND) return insert<log>(frame, received, payload_end);
+    if (found != OPTION_FOUND) return insert<log>(frame, payload_end);
     if (tag.code == TAG_ONU_INFO) {
       const int32_t ret = note_onu_info<log>(info, tag.value, tag.length);
       if (ret != LINE_ID_PKT_SEND) return ret;
-      frame.oltid = line_id_info_oltid(frame.info); // the parameter hook may have moved the frame
+      follow_hook(frame);
     }
   }
 }
@@ -296,7 +309,7 @@ int32_t line_id_pppoe_event_proc(line_id_unit* unit, uint8_t* new_pkt, line_id_i
 
 int32_t line_id_pppoe_plus_proc(uint8_t oltid, const uint8_t* tag_ptr, uint32_t old_tag_len, uint8_t op,
                                 line_id_inf_info* info) {
-  return line_id_pppoe_plus_proc<LOG_PPPOE>(oltid, tag_ptr, old_tag_len, op, info);
+  return line_id_pppoe_plus_proc<LOG_PPPOE>(oltid, line_id_text_source_of(oltid, info), tag_ptr, old_tag_len, op, info);
 }
 
 int32_t line_id_pppoe_plus_remove(const uint8_t* old_tag_ptr, uint32_t old_tag_len, line_id_inf_info* info) {

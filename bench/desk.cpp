@@ -213,10 +213,10 @@ int32_t bench_desk::ask() {
 }
 
 void bench_desk::ask_texts() {
-  const auto kind0 = static_cast<uint8_t>(pkt.packet_type - 1);
-  line_id_param_proc(kind0, &info);
-  line_id_print_circuit_id(0, out, pkt.packet_type == LINE_ID_DHCPV6 ? 1 : 0, &info);
-  line_id_print_remote_id(0, out, kind0);
+  line_id_param_proc(pkt.packet_type - 1, &info);
+  const line_id_text_source from = line_id_text_source_of(0, &info);
+  line_id_print_circuit_id_untraced(from, out, pkt.packet_type == LINE_ID_DHCPV6 ? 1 : 0, &info);
+  line_id_print_remote_id_untraced(from, out, &info);
 }
 
 void bench_copy_texts(uint8_t* out, std::string_view circuit_id, std::string_view remote_id) {

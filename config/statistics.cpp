@@ -35,8 +35,9 @@ uint32_t total_of(uint32_t group, int8_t protocol) {
 }
 
 int32_t count_code(line_id_pppoe_table table, uint8_t oltid, uint8_t code, uint16_t vlan) {
-  line_id_count_pppoe(table, oltid, LINE_ID_PPPOE_TYPE_OF[code], vlan);
-  return line_id_counts_pppoe(oltid, vlan) ? LINE_ID_OK : LINE_ID_ERR;
+  const line_id_common_cfg* cfg = line_id_cfg_of(oltid);
+  line_id_count_pppoe(table, cfg, LINE_ID_PPPOE_TYPE_OF[code], vlan);
+  return line_id_counts_pppoe(cfg, vlan) ? LINE_ID_OK : LINE_ID_ERR;
 }
 
 } // namespace

@@ -61,38 +61,17 @@ inline constexpr std::array<uint8_t, 256> LINE_ID_PPPOE_TYPE_OF = [] {
   return types;
 }();
 
-// Where a PPPoE Discovery message was counted as received: for whom, and its counter, or null.
-struct line_id_pppoe_place {
-  std::atomic<uint32_t>* counter;
-  uint32_t vlan;
-  uint8_t oltid;
-};
-
-// Whether messages are counted: PPPoE+ is on for the instance, and the VLAN is 1 to 4096.
-inline bool line_id_counts_pppoe(uint8_t oltid, uint32_t vlan) {
-  return line_id_get_switch(oltid, &line_id_common_cfg::pppoe_plus_enable) != 0 && vlan != 0 &&
-         vlan < LINE_ID_STATICS_VLANS;
+// Whether messages are counted: PPPoE+ is on for the instance (null: there is none), and the VLAN is 1 to 4096.
+inline bool line_id_counts_pppoe(const line_id_common_cfg* cfg, uint32_t vlan) {
+  return line_id_get_switch(cfg, &line_id_common_cfg::pppoe_plus_enable) != 0 && vlan - 1 < LINE_ID_STATICS_VLANS - 1;
 }
 // One PPPoE Discovery message, where they are counted; others only mark the VLAN. The worker only, which alone counts
 // here and resets: it needs no locked instruction.
-inline line_id_pppoe_place line_id_count_pppoe(line_id_pppoe_table table, uint8_t oltid, uint32_t type, uint32_t vlan) {
-  line_id_pppoe_place place = {nullptr, vlan, oltid};
-  if (!line_id_counts_pppoe(oltid, vlan)) return place;
+inline void line_id_count_pppoe(line_id_pppoe_table table, const line_id_common_cfg* cfg, uint32_t type,
+                                uint32_t vlan) {
+  if (!line_id_counts_pppoe(cfg, vlan)) return;
   g_line_id_statics[line_id_vlan_marker_index(vlan)].store(vlan, std::memory_order_relaxed);
-  if (type >= LINE_ID_PPPOE_TYPES) return place;
-  place.counter = &g_line_id_statics[line_id_pppoe_count_index(table, type, vlan)];
-  line_id_add_alone(*place.counter);
-  return place;
-}
-// The same message once more, in another table: next to where it was counted as received, when it is the same line's.
-inline void line_id_count_pppoe(line_id_pppoe_table table, uint8_t oltid, uint32_t type, uint32_t vlan,
-                                const line_id_pppoe_place& received) {
-  if (received.counter == nullptr || received.oltid != oltid || received.vlan != vlan) {
-    line_id_count_pppoe(table, oltid, type, vlan);
-    return;
-  }
-  const size_t tables = table - PPPOE_RECEIVED;
-  line_id_add_alone(received.counter[tables * LINE_ID_PPPOE_TYPES * LINE_ID_STATICS_VLANS]);
+  if (type < LINE_ID_PPPOE_TYPES) line_id_add_alone(g_line_id_statics[line_id_pppoe_count_index(table, type, vlan)]);
 }
 // By code: 0, or -1 where messages are not counted.
 int32_t line_id_inc_pppoe_recv_pkt_count(uint8_t oltid, uint8_t code, uint16_t vlan);

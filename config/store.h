@@ -58,15 +58,16 @@ inline line_id_common_cfg* line_id_cfg_of(uint8_t oltid) {
 
 // One-octet fields are read and written through these alone.
 using line_id_switch_field = uint8_t line_id_common_cfg::*;
-inline uint8_t line_id_load_switch(line_id_common_cfg* cfg, line_id_switch_field field) {
-  return std::atomic_ref<uint8_t>(cfg->*field).load(std::memory_order_relaxed);
+inline uint8_t line_id_load_switch(const line_id_common_cfg* cfg, line_id_switch_field field) {
+  // The records are not constant themselves.
+  return std::atomic_ref<uint8_t>(const_cast<line_id_common_cfg*>(cfg)->*field).load(std::memory_order_relaxed);
 }
 inline void line_id_store_switch(line_id_common_cfg* cfg, line_id_switch_field field, uint8_t value) {
   std::atomic_ref<uint8_t>(cfg->*field).store(value, std::memory_order_relaxed);
 }
 
 // What the getters of switches return; frames ask for a field themselves.
-inline int32_t line_id_get_switch(line_id_common_cfg* cfg, line_id_switch_field field) {
+inline int32_t line_id_get_switch(const line_id_common_cfg* cfg, line_id_switch_field field) {
   return cfg != nullptr ? static_cast<int8_t>(line_id_load_switch(cfg, field)) : 0;
 }
 inline int32_t line_id_get_switch(uint8_t oltid, line_id_switch_field field) {

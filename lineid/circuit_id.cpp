@@ -26,15 +26,17 @@ uint8_t profile_of(const line_id_inf_info* info) { return info->cid <= LINE_ID_V
 
 bool has_valid_identity(const line_id_inf_info* info) { return info->onu.onu_losn_valid_or_invalid == 1; }
 
-// Of a format type, as configured.
-std::string_view template_of_type(int32_t format_mode, uint8_t oltid, uint8_t splice, const line_id_inf_info* info) {
-  if (format_mode == MODE_CUSTOM) {
-    const line_id_common_cfg* cfg = line_id_cfg_of(oltid);
-    return cfg != nullptr ? line_id_template_field(cfg->circuit_id_custom_format) : std::string_view();
-  }
+std::string_view custom_template(const line_id_common_cfg* cfg) {
+  return cfg != nullptr ? line_id_template_field(cfg->circuit_id_custom_format) : std::string_view();
+}
+
+// The built-in template of a format type other than MODE_CUSTOM.
+uint32_t standard_template(int32_t format_mode, uint8_t splice, const line_id_inf_info* info) {
   const bool is_cnc = format_mode == MODE_CNC;
-  if (splice == SPLICE_HEAD) return (is_cnc ? CNC_SPLICE_FORMAT : CTC_SPLICE_FORMAT)[has_valid_identity(info) ? 1 : 0];
-  return (is_cnc ? CNC_FORMAT : CTC_FORMAT)[line_id_get_def_std_fmt_type_cfg()];
+  if (splice != SPLICE_HEAD) {
+    return (is_cnc ? STANDARD_CNC : STANDARD_CTC) + static_cast<uint32_t>(line_id_get_def_std_fmt_type_cfg());
+  }
+  return (is_cnc ? STANDARD_CNC_SPLICE : STANDARD_CTC_SPLICE) + (has_valid_identity(info) ? 1U : 0U);
 }
 
 std::string_view choose_template(uint8_t oltid, uint8_t splice, const line_id_inf_info* info) {
@@ -47,7 +49,8 @@ std::string_view choose_template(uint8_t oltid, uint8_t splice, const line_id_in
     return fmt;
   }
   if (cirt_type <= MODE_CNC) format_mode = cirt_type;
-  return template_of_type(format_mode, oltid, splice, info);
+  if (format_mode == MODE_CUSTOM) return custom_template(line_id_cfg_of(oltid));
+  return line_id_standard_template(standard_template(format_mode, splice, info));
 }
 
 // With traces, and by a VLAN profile. A template for its name, which traces show.
@@ -189,15 +192,19 @@ std::string_view line_id_get_vlan_based_circuit_fmt(const line_id_inf_info* info
 }
 
 int32_t line_id_print_circuit_id(uint8_t oltid, uint8_t* out, uint8_t splice, const line_id_inf_info* info) {
-  if (line_id_traces_on() || out == nullptr || info->cid != 0) {
-    return line_id_print_circuit_id<LOG_GENERAL>(oltid, out, splice, info);
+  if (!line_id_traces_on() && out != nullptr && info->cid == 0) { // most frames
+    const line_id_text_source from = line_id_text_source_of(oltid, info);
+    if (from.letters != nullptr) return line_id_print_circuit_id_untraced(from, out, splice, info);
   }
-  // Most frames: nothing to trace, and no profile to ask.
-  const int32_t format_mode = line_id_get_switch(oltid, &line_id_common_cfg::line_id_format_type);
-  const int32_t set = line_id_param_set_of(oltid, info->pkt_info_ptr->packet_type);
-  const int32_t len =
-      line_id_expand_template(set, template_of_type(format_mode, oltid, splice, info), reinterpret_cast<char*>(out));
-  return len >= 0 ? len : LINE_ID_ERR;
+  return line_id_print_circuit_id<LOG_GENERAL>(oltid, out, splice, info);
+}
+
+int32_t line_id_print_circuit_id_untraced(const line_id_text_source& from, uint8_t* out, uint8_t splice,
+                                          const line_id_inf_info* info) {
+  const int32_t format_mode = line_id_get_switch(from.cfg, &line_id_common_cfg::line_id_format_type);
+  char* text = reinterpret_cast<char*>(out);
+  if (format_mode == MODE_CUSTOM) return line_id_expand_untraced(*from.letters, custom_template(from.cfg), text);
+  return line_id_expand_standard_untraced(*from.letters, standard_template(format_mode, splice, info), text);
 }
 
 int32_t line_id_circuit_id_cut_pos(int32_t mode, const uint8_t* text, uint32_t len, const line_id_inf_info* info) {

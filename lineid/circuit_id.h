@@ -6,6 +6,7 @@
 #pragma once
 
 #include "core/records.h"
+#include "lineid/sub_option.h"
 
 #include <string_view>
 
@@ -14,6 +15,9 @@ constexpr uint8_t LINE_ID_SUB_CIRCUIT_ID = 1; // RFC 3046
 // The text by the instance's format type and the frame's VLAN profile. `splice` 1: for CTC and CNC the head alone, in
 // front of what an ONU wrote. Length, or -9 without `out`, -1.
 int32_t line_id_print_circuit_id(uint8_t oltid, uint8_t* out, uint8_t splice, const line_id_inf_info* info);
+// The same of a frame without a VLAN profile for it, while nothing is traced.
+int32_t line_id_print_circuit_id_untraced(const line_id_text_source& from, uint8_t* out, uint8_t splice,
+                                          const line_id_inf_info* info);
 
 // Where a received text of format type `mode` (1 CTC, 2 CNC) is cut: the index of the separator in front of what is
 // kept, or -1.

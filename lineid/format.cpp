@@ -2,11 +2,13 @@
 #include "lineid/format.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
 
 #include "core/log.h"
+#include "lineid/letter_text.h"
 #include "lineid/params.h"
 
 namespace {
@@ -30,6 +32,18 @@ int32_t fill_letter(int32_t set, int32_t slot, std::string_view text) {
   return LINE_ID_ERR;
 }
 
+// The digits of a number behind a thousand, and a zero.
+using three_digits = std::array<char, 4>;
+constexpr std::array<three_digits, 1000> THREE_DIGITS = [] {
+  std::array<three_digits, 1000> texts = {};
+  for (size_t number = 0; number < texts.size(); ++number) {
+    for (size_t at = 0, unit = 100; unit > 0; unit /= 10) {
+      texts[number][at++] = static_cast<char>('0' + number / unit % 10);
+    }
+  }
+  return texts;
+}();
+
 // ---- expansion: a template is taken apart once, and its steps are remembered with a copy of it
 
 // One step of an expansion: octets of the template, then a letter.
@@ -38,8 +52,9 @@ struct template_step {
   uint8_t len; // of octets, at most BLOCK_LEN
   uint8_t letter;
 };
-constexpr uint8_t NO_LETTER = 0xFE; // octets alone, as far as there is room
-constexpr uint8_t PAIR_ONLY = 0xFF; // "%" and what follows it, both or neither; anything else is a letter's slot
+constexpr uint8_t NO_LETTER = 0xFD; // octets alone, as far as there is room
+constexpr uint8_t PAIR_ONLY = 0xFE; // "%" and what follows it, both or neither
+constexpr uint8_t AT_END = 0xFF;    // behind the last step; what is below the three is a letter's slot
 
 // No template expands further than this: each of its steps writes an octet at least, and has two at most for that.
 constexpr uint32_t TEMPLATE_LEN = 2 * LINE_ID_EXPANSION_LEN;
@@ -48,13 +63,12 @@ constexpr uint32_t BLOCK_LEN = LINE_ID_SHORT_TEXT_SIZE; // short pieces are copi
 struct known_template {
   const char* from; // where it was found, and up to where it was looked for
   uint32_t limit;
-  uint32_t compare_len; // octets that are as they were as long as the template is: the terminator is one of them; 0 for
-                        // the built-in templates, which stay what they are
+  uint32_t compare_len; // octets that are as they were as long as the template is: the terminator is one of them
   uint32_t step_count;
   bool is_literal; // without letters: the expansion is the first `literal_len` octets of the text
   uint32_t literal_len;
-  char text[TEMPLATE_LEN + BLOCK_LEN]; // zeros behind it
-  template_step steps[LINE_ID_EXPANSION_LEN];
+  char text[TEMPLATE_LEN + BLOCK_LEN]; // zeros behind it, a block of them at least
+  template_step steps[LINE_ID_EXPANSION_LEN + 1];
 };
 
 // The worker, like the letters themselves.
@@ -113,10 +127,8 @@ __attribute__((cold, noinline)) uint32_t finish(const line_id_param_set& letters
   return clear_behind(out, expand_rest(letters, known, step, out, used));
 }
 
-uint32_t expand_with_text(const line_id_param_set& letters, const known_template& known, const template_step* step,
-                          char* out, uint32_t used);
-uint32_t expand_long_text(const line_id_param_set& letters, const known_template& known, const template_step* step,
-                          char* out, uint32_t used);
+uint32_t expand_other_text(const line_id_param_set& letters, const known_template& known, const template_step* step,
+                           char* out, uint32_t used);
 
 // The steps from `step` on, by blocks as long as there is room for any: octets used in all, zeros behind them. It calls
 // nothing but its end, so that everything stays in registers.
@@ -124,43 +136,26 @@ __attribute__((noinline)) uint32_t expand_steps(const line_id_param_set& letters
                                                 const template_step* step, char* out, uint32_t used) {
   char* to = out + used;
   const char* roomy = out + LINE_ID_EXPANSION_LEN - BLOCK_LEN - LINE_ID_TEXT_SIZE;
-  const template_step* end = known.steps + known.step_count;
-  for (; step != end && to <= roomy; ++step) {
+  for (; to <= roomy; ++step) {
     std::memcpy(to, known.text + step->at, BLOCK_LEN);
+    if (__builtin_expect(step->letter == AT_END, 0)) return static_cast<uint32_t>(to - out); // that block was zeros
     to += step->len;
     if (step->letter >= NO_LETTER) continue;
-    const uint32_t slot = step->letter;
-    const uint32_t len = letters.len[slot];
-    if (len - 1 < BLOCK_LEN) {
-      std::memcpy(to, letters.text[slot], BLOCK_LEN);
-      to += len;
-    } else if (len == PARAM_NUMBER && static_cast<uint64_t>(letters.number[slot]) < LINE_ID_PLAIN_NUMBERS) {
-      to += line_id_put_plain_number(to, static_cast<uint32_t>(letters.number[slot]));
-    } else if (len == 0) {
-      *to++ = '0';
-    } else if (len < PARAM_NUMBER) {
-      return expand_long_text(letters, known, step, out, static_cast<uint32_t>(to - out));
-    } else {
-      return expand_with_text(letters, known, step, out, static_cast<uint32_t>(to - step->len - out));
+    char* behind = line_id_put_short_text(letters, step->letter, to);
+    if (behind == nullptr) {
+      return expand_other_text(letters, known, step, out, static_cast<uint32_t>(to - out));
     }
+    to = behind;
   }
-  used = static_cast<uint32_t>(to - out);
-  return step == end ? clear_behind(out, used) : finish(letters, known, step, out, used);
+  return finish(letters, known, step, out, static_cast<uint32_t>(to - out));
 }
 
-// The same when the letter of `step` is a MAC address or a long number, which becomes a text first.
-__attribute__((noinline)) uint32_t expand_with_text(const line_id_param_set& letters, const known_template& known,
-                                                    const template_step* step, char* out, uint32_t used) {
-  line_id_param_view(set_of(letters), step->letter);
-  return expand_steps(letters, known, step, out, used);
-}
-
-// The same when that letter is a text longer than a block, and the octets of `step` are there already.
-__attribute__((noinline)) uint32_t expand_long_text(const line_id_param_set& letters, const known_template& known,
-                                                    const template_step* step, char* out, uint32_t used) {
-  const uint32_t len = letters.len[step->letter];
-  std::memcpy(out + used, letters.text[step->letter], len);
-  return expand_steps(letters, known, step + 1, out, used + len);
+// The same where the letter of `step` is not short, and the octets of `step` are there already.
+__attribute__((noinline)) uint32_t expand_other_text(const line_id_param_set& letters, const known_template& known,
+                                                     const template_step* step, char* out, uint32_t used) {
+  const std::string_view text = text_of(set_of(letters), step->letter);
+  std::memcpy(out + used, text.data(), text.size());
+  return expand_steps(letters, known, step + 1, out, used + static_cast<uint32_t>(text.size()));
 }
 
 void add_octet(known_template& known, uint32_t at) {
@@ -182,20 +177,12 @@ void add_letter(known_template& known, uint8_t letter) {
   }
 }
 
-bool is_built_in(std::string_view fmt) {
-  const auto is_fmt = [fmt](std::string_view each) { return each.data() == fmt.data(); };
-  return std::any_of(std::begin(CTC_FORMAT), std::end(CTC_FORMAT), is_fmt) ||
-         std::any_of(std::begin(CNC_FORMAT), std::end(CNC_FORMAT), is_fmt) ||
-         std::any_of(std::begin(CTC_SPLICE_FORMAT), std::end(CTC_SPLICE_FORMAT), is_fmt) ||
-         std::any_of(std::begin(CNC_SPLICE_FORMAT), std::end(CNC_SPLICE_FORMAT), is_fmt);
-}
-
 __attribute__((cold, noinline)) void take_apart(known_template& known, std::string_view limits) {
   known = {};
   known.from = limits.data();
   known.limit = static_cast<uint32_t>(limits.size());
   const std::string_view fmt = limits.substr(0, limits.find('\0'));
-  known.compare_len = is_built_in(limits) ? 0 : static_cast<uint32_t>(std::min(fmt.size() + 1, limits.size()));
+  known.compare_len = static_cast<uint32_t>(std::min(fmt.size() + 1, limits.size()));
   if (!fmt.empty()) std::memcpy(known.text, fmt.data(), fmt.size());
   for (uint32_t pos = 0; pos < fmt.size() && known.step_count < LINE_ID_EXPANSION_LEN;) {
     if (fmt[pos] != '%') {
@@ -211,10 +198,26 @@ __attribute__((cold, noinline)) void take_apart(known_template& known, std::stri
     }
     pos += 2;
   }
+  known.steps[known.step_count] = {TEMPLATE_LEN, 0, AT_END};
   known.is_literal = std::all_of(known.steps, known.steps + known.step_count,
                                  [](const template_step& step) { return step.letter >= NO_LETTER; });
   char out[LINE_ID_EXPANSION_LEN];
   if (known.is_literal) known.literal_len = expand_rest(g_params[0], known, known.steps, out, 0);
+}
+
+// The template is still the one that was taken apart.
+inline bool is_same(const known_template& known, const char* text) {
+  // Most custom templates are a letter or two: one word, in which only their octets count.
+  if (known.compare_len <= sizeof(uint64_t) && known.limit >= sizeof(uint64_t)) {
+    uint64_t one = 0;
+    uint64_t other = 0;
+    std::memcpy(&one, known.text, sizeof(one));
+    std::memcpy(&other, text, sizeof(other));
+    const uint32_t others = 64 - 8 * known.compare_len;
+    const uint64_t differ = one ^ other;
+    return (std::endian::native == std::endian::little ? differ << others : differ >> others) == 0;
+  }
+  return known.compare_len == 0 || std::memcmp(known.text, text, known.compare_len) == 0;
 }
 
 bool is_from(const known_template& known, std::string_view limits) {
@@ -243,12 +246,30 @@ inline const known_template& steps_of(std::string_view limits) {
   known_template* known = hint_of(limits);
   if (known == nullptr || !is_from(*known, limits)) known = find_template(limits);
   // The known one's own limits are the same, and need no register across the comparison.
-  const bool is_same = known->compare_len == 0 || std::memcmp(known->text, limits.data(), known->compare_len) == 0;
-  if (!is_same) take_apart(*known, {known->from, known->limit});
+  if (!is_same(*known, limits.data())) take_apart(*known, {known->from, known->limit});
   return *known;
 }
 
+template <bool may_trace> inline int32_t expand(const line_id_param_set& letters, std::string_view fmt, char* out) {
+  const known_template& known = steps_of(fmt);
+  if (known.is_literal) {
+    std::memcpy(out, known.text, known.literal_len);
+    return static_cast<int32_t>(clear_behind(out, known.literal_len));
+  }
+  const bool traced = may_trace && line_id_log_enabled(LOG_GENERAL, 2);
+  return static_cast<int32_t>(traced ? finish(letters, known, known.steps, out, 0)
+                                     : expand_steps(letters, known, known.steps, out, 0));
+}
+
 } // namespace
+
+__attribute__((noinline)) char* line_id_put_longer_number(char* to, uint64_t number) {
+  constexpr uint64_t THOUSAND = LINE_ID_SMALL_NUMBERS.size();
+  if (number < THOUSAND || number >= THOUSAND * THOUSAND) return nullptr;
+  to = line_id_put_small_number(to, number / THOUSAND);
+  std::memcpy(to, THREE_DIGITS[static_cast<size_t>(number % THOUSAND)].data(), sizeof(three_digits));
+  return to + 3;
+}
 
 int32_t line_id_check_delimiter(char ch) {
   if (DELIMITERS.find(ch) != std::string_view::npos) return LINE_ID_OK;
@@ -280,14 +301,11 @@ int32_t line_id_expand_template(int32_t set, std::string_view fmt, char* out) {
     LINE_ID_WARN(LOG_GENERAL, "line_id_print_format (%d).\r\n", LINE_ID_ERR_LEVEL);
     return LINE_ID_ERR_LEVEL;
   }
-  const known_template& known = steps_of(fmt);
-  const line_id_param_set& letters = g_params[set];
-  if (known.is_literal) {
-    std::memcpy(out, known.text, known.literal_len);
-    return static_cast<int32_t>(clear_behind(out, known.literal_len));
-  }
-  return static_cast<int32_t>(line_id_log_enabled(LOG_GENERAL, 2) ? finish(letters, known, known.steps, out, 0)
-                                                                  : expand_steps(letters, known, known.steps, out, 0));
+  return expand<true>(g_params[set], fmt, out);
+}
+
+int32_t line_id_expand_untraced(const line_id_param_set& letters, std::string_view fmt, char* out) {
+  return expand<false>(letters, fmt, out);
 }
 
 int32_t line_id_print_format(int32_t set, const char* fmt, char* out) {

@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <string_view>
 
+struct line_id_param_set;
+
 constexpr uint32_t LINE_ID_EXPANSION_LEN = 248; // octets an expansion may have
 constexpr uint32_t LINE_ID_ALIAS_LEN = 1024;    // octets the alias conversion reads, and writes
 
@@ -35,6 +37,21 @@ inline constexpr std::string_view CTC_SPLICE_FORMAT[2] = {
     "0 0/0/0:%s.%c %a/%r/%f/%S/0/%p/%m ",
 };
 
+// The built-in templates by number: the families one behind the other, each from its first template on.
+enum line_id_standard : uint8_t {
+  STANDARD_CTC = 0,
+  STANDARD_CNC = 3,
+  STANDARD_CTC_SPLICE = 6,
+  STANDARD_CNC_SPLICE = 8,
+  LINE_ID_STANDARDS = 10,
+};
+constexpr std::string_view line_id_standard_template(uint32_t number) {
+  if (number < STANDARD_CNC) return CTC_FORMAT[number - STANDARD_CTC];
+  if (number < STANDARD_CTC_SPLICE) return CNC_FORMAT[number - STANDARD_CNC];
+  if (number < STANDARD_CNC_SPLICE) return CTC_SPLICE_FORMAT[number - STANDARD_CTC_SPLICE];
+  return CNC_SPLICE_FORMAT[number - STANDARD_CNC_SPLICE];
+}
+
 // A stored template, for expansion: its whole field.
 inline std::string_view line_id_template_field(const char (&field)[LINE_ID_FORMAT_LEN]) {
   return {field, LINE_ID_FORMAT_LEN};
@@ -51,6 +68,9 @@ int32_t line_id_check_delimiter(char ch);
 // Expand `fmt`, up to its terminator if there is one, with a set's letters into `out`, which holds at least
 // LINE_ID_EXPANSION_LEN octets; no terminator. Octets written, perhaps of a text cut short, or -31 for a bad set.
 int32_t line_id_expand_template(int32_t set, std::string_view fmt, char* out);
+// The same without traces; and of a built-in template (a number below LINE_ID_STANDARDS), by code that was made for it.
+int32_t line_id_expand_untraced(const line_id_param_set& letters, std::string_view fmt, char* out);
+int32_t line_id_expand_standard_untraced(const line_id_param_set& letters, uint32_t number, char* out);
 
 // Pick the letters' texts back out of `length` octets of an identifier: fills the letters whose flag is 0, up to 50
 // characters each, and leaves the flags. 0; -160 when the text does not fit (letters found so far stay), -1 for a bad

@@ -207,37 +207,6 @@ inline void line_id_empty_and_mark(line_id_param_set& letters, const line_id_let
 
 // ---- texts of numbers, and of MAC addresses as 12 lower-case hexadecimal digits
 
-// Most numbers of a line have up to three digits; their texts stand here with their lengths.
-struct line_id_small_number {
-  char digits[3];
-  uint8_t len;
-};
-inline constexpr std::array<line_id_small_number, 1000> LINE_ID_SMALL_NUMBERS = [] {
-  std::array<line_id_small_number, 1000> texts = {};
-  for (size_t number = 0; number < texts.size(); ++number) {
-    line_id_small_number& text = texts[number];
-    for (size_t unit = number < 10 ? 1 : number < 100 ? 10 : 100; unit > 0; unit /= 10) {
-      text.digits[text.len++] = static_cast<char>('0' + number / unit % 10);
-    }
-  }
-  return texts;
-}();
-
-// In decimal, without a terminator: how many octets. A number below 1,000,000; writes four octets at least, of which
-// those behind the text mean nothing.
-constexpr uint32_t LINE_ID_PLAIN_NUMBERS = 1000000;
-inline uint32_t line_id_put_plain_number(char* to, uint32_t number) {
-  const uint32_t thousands = number / 1000;
-  const line_id_small_number& first = LINE_ID_SMALL_NUMBERS[thousands != 0 ? thousands : number];
-  std::memcpy(to, &first, sizeof(first));
-  if (thousands == 0) return first.len;
-  const uint32_t rest = number % 1000;
-  to[first.len] = static_cast<char>('0' + rest / 100);
-  to[first.len + 1] = static_cast<char>('0' + rest / 10 % 10);
-  to[first.len + 2] = static_cast<char>('0' + rest % 10);
-  return first.len + 3U;
-}
-
 // Zeros behind the text, at least one.
 struct line_id_short_text {
   char octets[LINE_ID_SHORT_TEXT_SIZE];

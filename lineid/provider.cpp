@@ -1,4 +1,5 @@
 // The parameter provider: asks the host's callbacks for device and line facts and writes them as letters.
+#include <bit>
 #include <cstddef>
 #include <cstring>
 
@@ -46,12 +47,25 @@ void write_mac(line_id_param_write_func write, char letter, const uint8_t* mac) 
   write_text(write, letter, line_id_mac_text(mac).octets);
 }
 
+// Most texts of a line have a few characters, if any: no call for them.
+size_t length_of(const char (&text)[LINE_ID_TEXT_SIZE]) {
+  if (text[0] == '\0') return 0;
+  if constexpr (std::endian::native == std::endian::little) {
+    constexpr uint64_t ONES = 0x0101010101010101;
+    uint64_t first = 0;
+    std::memcpy(&first, text, sizeof(first));
+    const uint64_t zeros = (first - ONES) & ~first & (ONES << 7); // exact up to the first of them
+    if (zeros != 0) return static_cast<size_t>(std::countr_zero(zeros)) / 8;
+  }
+  return std::strlen(text);
+}
+
 // The parameter table's own callback, for the one set of a frame, is spared the way over terminated texts.
 struct own_set {
   line_id_param_set& letters;
 };
 void write_text(own_set own, char letter, const char (&text)[LINE_ID_TEXT_SIZE]) {
-  line_id_put_text(own.letters, letter, text, text[0] != '\0' ? std::strlen(text) : 0);
+  line_id_put_text(own.letters, letter, text, length_of(text));
 }
 void write_text(own_set own, char letter, const known_text& known) {
   line_id_put_text(own.letters, letter, known.text, known.len);
@@ -66,7 +80,7 @@ struct marked_set {
   line_id_param_set& letters;
 };
 void write_text(marked_set own, char letter, const char (&text)[LINE_ID_TEXT_SIZE]) {
-  line_id_put_marked_text(own.letters, letter - 'A', text, text[0] != '\0' ? std::strlen(text) : 0);
+  line_id_put_marked_text(own.letters, letter - 'A', text, length_of(text));
 }
 void write_text(marked_set own, char letter, const known_text& known) {
   line_id_put_marked_text(own.letters, letter - 'A', known.text, known.len);

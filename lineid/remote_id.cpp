@@ -11,8 +11,7 @@ namespace {
 constexpr uint8_t KIND_DHCPV6 = LINE_ID_DHCPV6 - 1;
 
 // The instance's template of a packet type.
-std::string_view instance_template(uint8_t oltid, uint8_t kind0) {
-  const line_id_common_cfg* cfg = line_id_cfg_of(oltid);
+std::string_view instance_template(const line_id_common_cfg* cfg, uint8_t kind0) {
   if (cfg == nullptr) return {};
   return line_id_template_field(kind0 == KIND_DHCPV6 ? cfg->option37_format : cfg->remote_id_format);
 }
@@ -38,7 +37,8 @@ std::string_view line_id_get_vlan_based_remote_fmt(const line_id_inf_info* info,
 int32_t line_id_print_remote_id(uint8_t oltid, uint8_t* out, uint8_t kind0) {
   if (out == nullptr) return line_id_refuse_null(__func__, __LINE__);
   const int32_t set = oltid * 4 + kind0;
-  const int32_t ret = line_id_expand_template(set, instance_template(oltid, kind0), reinterpret_cast<char*>(out));
+  const int32_t ret =
+      line_id_expand_template(set, instance_template(line_id_cfg_of(oltid), kind0), reinterpret_cast<char*>(out));
   LINE_ID_INFO(LOG_GENERAL, "remoteid_format (ret=%d): \r\n", ret);
   return ret;
 }
@@ -47,8 +47,8 @@ int32_t line_id_print_vlan_based_remote_fmt(uint8_t oltid, uint8_t* out, uint8_t
   if (out == nullptr) return line_id_refuse_null(__func__, __LINE__);
   const int32_t set = oltid * 4 + kind0;
   // ODD: DHCPv6 never takes a profile's Remote-ID.
-  const std::string_view fmt =
-      kind0 == KIND_DHCPV6 ? instance_template(oltid, kind0) : line_id_get_vlan_based_remote_fmt(info, oltid);
+  const std::string_view fmt = kind0 == KIND_DHCPV6 ? instance_template(line_id_cfg_of(oltid), kind0)
+                                                    : line_id_get_vlan_based_remote_fmt(info, oltid);
   const int32_t ret = line_id_expand_template(set, fmt, reinterpret_cast<char*>(out));
   LINE_ID_INFO(LOG_GENERAL, "remoteid lineid_set:%d, dest_buf:%.*s#\r\n", set, ret > 0 ? ret : 0,
                reinterpret_cast<const char*>(out));
@@ -62,6 +62,11 @@ int32_t line_id_print_frame_remote_id(uint8_t oltid, uint8_t* out, const line_id
     return line_id_print_vlan_based_remote_fmt(oltid, out, kind0, info);
   }
   return line_id_print_remote_id(oltid, out, kind0);
+}
+
+int32_t line_id_print_remote_id_untraced(const line_id_text_source& from, uint8_t* out, const line_id_inf_info* info) {
+  const auto kind0 = static_cast<uint8_t>(info->pkt_info_ptr->packet_type - 1);
+  return line_id_expand_untraced(*from.letters, instance_template(from.cfg, kind0), reinterpret_cast<char*>(out));
 }
 
 int32_t line_id_remote_id_modify(uint8_t oltid, const uint8_t* old, uint16_t old_len, uint8_t* out, uint16_t* opt_len,

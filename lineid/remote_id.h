@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/records.h"
+#include "lineid/sub_option.h"
 
 #include <string_view>
 
@@ -13,6 +14,8 @@ int32_t line_id_print_remote_id(uint8_t oltid, uint8_t* out, uint8_t kind0);
 int32_t line_id_print_vlan_based_remote_fmt(uint8_t oltid, uint8_t* out, uint8_t kind0, const line_id_inf_info* info);
 // Of a frame: by its VLAN profile, or by the instance's template when it has none.
 int32_t line_id_print_frame_remote_id(uint8_t oltid, uint8_t* out, const line_id_inf_info* info);
+// The same of a frame without a VLAN profile for it, while nothing is traced.
+int32_t line_id_print_remote_id_untraced(const line_id_text_source& from, uint8_t* out, const line_id_inf_info* info);
 
 // Modify is replace.
 int32_t line_id_remote_id_modify(uint8_t oltid, const uint8_t* old, uint16_t old_len, uint8_t* out, uint16_t* opt_len,

@@ -4,8 +4,22 @@
 #include <cstdint>
 #include <cstring>
 
+#include "config/store.h"
 #include "core/log.h"
 #include "core/records.h"
+#include "lineid/params.h"
+
+// What an identifier's text is made of: the settings of an instance, and the letters of the set that belongs to it and
+// to the frame's packet type. Null where there is no such instance or set.
+struct line_id_text_source {
+  const line_id_common_cfg* cfg;
+  const line_id_param_set* letters; // null also without settings
+};
+inline line_id_text_source line_id_text_source_of(uint8_t oltid, const line_id_inf_info* info) {
+  const line_id_common_cfg* cfg = line_id_cfg_of(oltid);
+  const int32_t set = line_id_param_set_of(oltid, info->pkt_info_ptr->packet_type);
+  return {cfg, cfg != nullptr && line_id_is_param_set(set) ? &g_params[set] : nullptr};
+}
 
 constexpr uint32_t LINE_ID_SUB_OPTION_HEAD = 2;
 constexpr uint32_t LINE_ID_SUB_OPTION_LEN = LINE_ID_SUB_OPTION_HEAD + LINE_ID_IDENTIFIER_LEN;

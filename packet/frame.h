@@ -130,28 +130,39 @@ enum option_result : uint8_t {
 };
 
 struct option_view {
-  uint32_t offset;    // of the code, from the reader's start
   uint32_t whole_len; // code, length and value, as the length field says
   uint16_t code;
   uint16_t length;      // of the value, as the length field says
   const uint8_t* value; // its first octet; all `length` octets are there only when OPTION_FOUND
 };
 
-// The option at the reader's position; moves the reader behind it when it is whole, leaves it in place otherwise.
-inline option_result option_next(packet_reader& reader, const option_rule& rule, option_view& option) {
-  const uint32_t left = reader.ok ? reader_left(reader) : 0;
+// What a walk has still in front of it.
+struct option_walk {
+  const uint8_t* at;
+  uint32_t left;
+};
+
+// The option at the walk's position; moves the walk behind it when it is whole, leaves it in place otherwise.
+inline option_result option_next(option_walk& walk, const option_rule& rule, option_view& option) {
   const uint32_t head = static_cast<uint32_t>(rule.code_octets) + rule.length_octets;
-  if (left < head) {
+  if (walk.left < head) {
     option = {};
-    option.offset = reader.pos;
-    return left == 0 ? OPTION_END : OPTION_SHORT;
+    return walk.left == 0 ? OPTION_END : OPTION_SHORT;
   }
-  const uint8_t* p = reader.data + reader.pos;
+  const uint8_t* p = walk.at;
   const uint16_t code = rule.code_octets == 1 ? p[0] : line_id_get_u16(p);
   p += rule.code_octets;
   const uint16_t length = rule.length_octets == 1 ? p[0] : line_id_get_u16(p);
-  option = {reader.pos, head + length, code, length, p + rule.length_octets};
-  if (option.whole_len > left) return OPTION_OVERRUN;
-  reader.pos += option.whole_len;
+  option = {head + length, code, length, p + rule.length_octets};
+  if (option.whole_len > walk.left) return OPTION_OVERRUN;
+  walk.at += option.whole_len;
+  walk.left -= option.whole_len;
   return OPTION_FOUND;
+}
+// The same at a reader's position; none in a failed one.
+inline option_result option_next(packet_reader& reader, const option_rule& rule, option_view& option) {
+  option_walk walk = {reader.data + reader.pos, reader.ok ? reader_left(reader) : 0};
+  const option_result result = option_next(walk, rule, option);
+  if (result == OPTION_FOUND) reader.pos += option.whole_len;
+  return result;
 }

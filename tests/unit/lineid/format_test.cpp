@@ -90,6 +90,37 @@ TEST_F(format_test, numbers_are_written_anywhere_in_a_text) {
   }
 }
 
+// Each has code of its own, which leaves what is not short to the general way.
+TEST_F(format_test, built_in_templates_expand_as_any_other) {
+  const std::string texts[] = {"", "x", std::string(16, 'y'), std::string(17, 'z'), std::string(50, 'w')};
+  const int32_t numbers[] = {0, 42, 999, 1000, 65535, 999999, 1000000, -1};
+  const uint8_t mac[] = {0, 0, 0x5E, 0, 0x53, 0x42};
+  for (uint32_t number = 0; number < LINE_ID_STANDARDS; ++number) {
+    const std::string_view fmt = line_id_standard_template(number);
+    for (uint32_t round = 0; round < 400; ++round) {
+      line_id_param_set& letters = g_params[7];
+      uint64_t random = round * 0x9E3779B97F4A7C15;
+      for (size_t at = fmt.find('%'); at != fmt.npos; at = fmt.find('%', at + 1), random = random * 25214903917 + 11) {
+        const auto pick = static_cast<uint32_t>(random >> 40);
+        const char letter = fmt[at + 1];
+        if (round < 20 || pick % 2 == 0) { // at first texts alone, up to the longest of them all
+          const uint32_t text = round < 20 ? round % 5 : pick / 2 % 3;
+          line_id_write_param(7, letter, texts[text].c_str(), 1);
+        } else if (pick % 64 == 1) {
+          line_id_put_mac(letters, letter, mac);
+        } else {
+          line_id_put_number(letters, letter, numbers[pick / 2 % (round % 2 == 0 ? 6 : 8)]);
+        }
+      }
+      char out[256] = {};
+      const int32_t len = line_id_expand_standard_untraced(letters, number, out);
+      char expected[256] = {};
+      ASSERT_EQ(len, line_id_expand_template(7, fmt, expected)) << fmt << round;
+      ASSERT_EQ(std::string(out, sizeof(out)), std::string(expected, sizeof(expected))) << fmt << round;
+    }
+  }
+}
+
 TEST_F(format_test, a_text_shows_nothing_of_what_its_buffer_held) {
   char text[LINE_ID_TEXT_SIZE];
   std::memset(text, 'w', sizeof(text));
