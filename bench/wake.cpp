@@ -56,7 +56,8 @@ struct quantiles {
   double p99;
 };
 
-// All exchanges of a kind in a row, kinds in turn, for all rounds of a run: quantiles[run][kind].
+// All exchanges of a kind in a row, kinds in turn, for all rounds of a run: quantiles[run][kind]. Each finds the other
+// side asleep.
 std::vector<std::vector<quantiles>> time_exchanges(report& into, const std::string& group,
                                                    const std::vector<exchange>& kinds) {
   std::vector<std::vector<quantiles>> found;
@@ -74,6 +75,7 @@ std::vector<std::vector<quantiles>> time_exchanges(report& into, const std::stri
           const int64_t start = now_ns();
           kinds[kind].once();
           taken[kind].push_back(static_cast<double>(now_ns() - start));
+          sched_yield(); // woken by the answer, this thread interrupts the other one on its way to sleep
         }
       }
     }
