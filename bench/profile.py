@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Draws where the instructions of one upstream DHCPv4 frame go, from callgrind.
 
-usage: profile.py PROGRAM OUT.svg      PROGRAM is bench_instructions, built with line numbers (-g1)"""
+usage: profile.py PROGRAM OUT.svg      PROGRAM is bench_instructions, built with line numbers (-g1) and, because
+valgrind knows no names outside of .text, with LINE_ID_LAYOUT off"""
 
 import os
 import re
